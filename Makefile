@@ -1,0 +1,63 @@
+# Quillon: the targets people and CI use. Builds go to build*/, binaries to build*/bin/.
+JOBS ?= 2
+CMAKE_FLAGS ?=
+FUZZ_SECONDS ?= 20
+
+PACKAGES := g++ make cmake pkg-config clang libclang-rt-14-dev \
+	libglib2.0-dev libglib2.0-bin libjsoncpp-dev libsodium-dev libsqlite3-dev sqlite3 \
+	libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev \
+	dbus-daemon python3 python3-dbus python3-gi python3-dbusmock
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: deps build test asan tsan fuzz bench demo run clean
+
+# Installs what is missing; does nothing when everything is there already.
+deps:
+	@missing=$$(for p in $(PACKAGES); do \
+		dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q '^install ok installed' || echo $$p; \
+	done); \
+	if [ -n "$$missing" ]; then \
+		echo "Installing:" $$missing; \
+		$(SUDO) apt-get update && \
+		$(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $$missing; \
+	fi
+
+define configure_and_build
+	cmake -S . -B $(1) $(2) $(CMAKE_FLAGS)
+	cmake --build $(1) -j $(JOBS)
+endef
+
+build: deps
+	$(call configure_and_build,build,)
+
+test: build
+	ctest --test-dir build --output-on-failure -j $(JOBS)
+
+asan: deps
+	$(call configure_and_build,build-asan,-DQUILLON_SANITIZE=address -DCMAKE_BUILD_TYPE=Debug)
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+		ctest --test-dir build-asan --output-on-failure -j $(JOBS)
+
+tsan: deps
+	$(call configure_and_build,build-tsan,-DQUILLON_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug)
+	ctest --test-dir build-tsan --output-on-failure -j $(JOBS)
+
+fuzz: deps
+	$(call configure_and_build,build-fuzz,-DQUILLON_FUZZ=ON -DQUILLON_TESTS=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+	tests/fuzz/run-all.sh build-fuzz/bin $(FUZZ_SECONDS)
+
+bench: deps
+	$(call configure_and_build,build-bench,-DQUILLON_BENCH=ON -DQUILLON_TESTS=OFF -DCMAKE_BUILD_TYPE=Release)
+	bench/run-all.sh build-bench/bin
+
+# The main flow on a private bus: a request, the prompt, the verdict, the list, a restart.
+demo: build
+	tools/demo.sh build/bin
+
+# The daemon on a private bus with its state in .demo/, until Ctrl-C.
+run: build
+	tools/run.sh build/bin
+
+clean:
+	rm -rf build build-asan build-tsan build-fuzz build-bench .demo

@@ -1,0 +1,22 @@
+// Text that goes out on the bus must be valid UTF-8, and a stored text need not be: a name
+// cut to the record's capacity can end in half a character.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+namespace pxm_bus {
+
+// The text itself when it is valid UTF-8; otherwise each invalid sequence replaced by
+// U+FFFD.
+std::string BusText(const std::string& text);
+
+// A record's character field, read within its capacity (a field is never trusted to be
+// terminated).
+template <std::size_t N>
+std::string FieldText(const char (&field)[N]) {
+    return BusText(std::string(field, strnlen(field, N)));
+}
+
+}  // namespace pxm_bus

@@ -1,0 +1,260 @@
+// The host platform's Bluetooth headless table and Wake-on-WLAN waker table, and
+// quillon-platform's wake-tables view of them, in a private platform root per test.
+#include <fcntl.h>
+#include <ftw.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bluetooth_product.h"
+#include "wake_tables_db.h"
+#include "wowl.h"
+
+namespace {
+
+std::string Slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+struct Tables {
+    std::vector<host::wake::HeadlessDevice> headless;
+    std::vector<host::wake::Waker> wakers;
+};
+
+Tables ReadBoth() {
+    Tables t;
+    EXPECT_TRUE(host::wake::ReadTables(&t.headless, &t.wakers));
+    return t;
+}
+
+class WakeTablesTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char tmpl[] = "/tmp/quillon-wake-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(tmpl));
+        root_ = tmpl;
+        setenv("QUILLON_PLATFORM_ROOT", root_.c_str(), 1);
+        ASSERT_EQ(BT_ERROR_NONE, bt_headless_open_db(&handle_));
+        ASSERT_NE(nullptr, handle_);
+    }
+    void TearDown() override {
+        if (handle_)
+            bt_mobileheadless_close_db(&handle_);
+        nftw(
+            root_.c_str(),
+            [](const char* path, const struct stat*, int, struct FTW*) { return remove(path); }, 16,
+            FTW_DEPTH | FTW_PHYS);
+    }
+
+    // Runs quillon-platform; returns its exit status with stdout and stderr.
+    int Tool(const std::vector<std::string>& args, std::string* out, std::string* err) {
+        const char* bin = std::getenv("QUILLON_BIN_DIR");
+        if (!bin)
+            ADD_FAILURE() << "QUILLON_BIN_DIR is not set";
+        std::string exe = std::string(bin ? bin : ".") + "/quillon-platform";
+        std::string out_path = root_ + "/.tool-out", err_path = root_ + "/.tool-err";
+        pid_t pid = fork();
+        if (pid == 0) {
+            int o = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            int e = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            dup2(o, 1);
+            dup2(e, 2);
+            std::vector<char*> argv{const_cast<char*>(exe.c_str())};
+            for (const std::string& a : args)
+                argv.push_back(const_cast<char*>(a.c_str()));
+            argv.push_back(nullptr);
+            execv(exe.c_str(), argv.data());
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        *out = Slurp(out_path);
+        *err = Slurp(err_path);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string root_;
+    bt_headless_db_h handle_ = nullptr;
+};
+
+TEST_F(WakeTablesTest, HeadlessTableAddsReplacesAndDeletesWithoutRegardToCase) {
+    EXPECT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "aa:bb:cc:dd:ee:01", "Phone", 1));
+    EXPECT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:02", "Phone", 1));
+    // The same device in other letters replaces its row and becomes the newest entry.
+    EXPECT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:01", "Tablet", 0));
+    Tables t = ReadBoth();
+    ASSERT_EQ(2u, t.headless.size());
+    EXPECT_EQ("AA:BB:CC:DD:EE:02", t.headless[0].address);
+    EXPECT_EQ("AA:BB:CC:DD:EE:01", t.headless[1].address);
+    EXPECT_EQ("Tablet", t.headless[1].device_type);
+    EXPECT_EQ(0, t.headless[1].permission);
+    EXPECT_GT(t.headless[1].added_at, 1600000000);
+
+    EXPECT_EQ(BT_ERROR_NONE,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "aa:bb:cc:dd:ee:02"));
+    // Absent addresses fail: the daemon logs that failure when it re-enters a device.
+    EXPECT_EQ(BT_ERROR_NOT_FOUND,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "AA:BB:CC:DD:EE:02"));
+    EXPECT_EQ(BT_ERROR_NOT_FOUND,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "xxxxxxxxxxxxxxxxx"));
+    t = ReadBoth();
+    ASSERT_EQ(1u, t.headless.size());
+    EXPECT_EQ("AA:BB:CC:DD:EE:01", t.headless[0].address);
+
+    EXPECT_EQ(BT_ERROR_NONE, bt_bluetooth_delete_all_headless_mobile_in_DB(handle_));
+    EXPECT_EQ(BT_ERROR_NONE, bt_bluetooth_delete_all_headless_mobile_in_DB(handle_));
+    EXPECT_TRUE(ReadBoth().headless.empty());
+}
+
+TEST_F(WakeTablesTest, HandleRulesAndPersistenceAcrossHandles) {
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:03", "Phone", 1));
+    EXPECT_EQ(BT_ERROR_NONE, bt_mobileheadless_close_db(&handle_));
+    EXPECT_EQ(nullptr, handle_);
+
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER, bt_headless_open_db(nullptr));
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER, bt_add_headless_device_with_permission_in_DB(
+                                              nullptr, "AA:BB:CC:DD:EE:04", "Phone", 1));
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER, bt_bluetooth_delete_all_headless_mobile_in_DB(nullptr));
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER, bt_mobileheadless_close_db(&handle_));
+
+    // A new connection sees what the closed one wrote.
+    ASSERT_EQ(BT_ERROR_NONE, bt_headless_open_db(&handle_));
+    EXPECT_EQ(BT_ERROR_NONE,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "AA:BB:CC:DD:EE:03"));
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, nullptr));
+    EXPECT_EQ(0, access((root_ + "/wake_tables.db").c_str(), F_OK));
+}
+
+TEST_F(WakeTablesTest, AdapterRegistrationIsRecordedOnTheRow) {
+    EXPECT_EQ(BT_ERROR_NOT_FOUND, bt_adapter_register_headless_device("AA:BB:CC:DD:EE:05"));
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:05", "Phone", 1));
+    EXPECT_FALSE(ReadBoth().headless.at(0).registered);
+    EXPECT_EQ(BT_ERROR_NONE, bt_adapter_register_headless_device("aa:bb:cc:dd:ee:05"));
+    EXPECT_TRUE(ReadBoth().headless.at(0).registered);
+    EXPECT_EQ(BT_ERROR_NONE, bt_adapter_unregister_headless_device("AA:BB:CC:DD:EE:05"));
+    EXPECT_FALSE(ReadBoth().headless.at(0).registered);
+
+    // The daemon unregisters right after deleting the row: nothing left to undo is fine.
+    ASSERT_EQ(BT_ERROR_NONE,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "AA:BB:CC:DD:EE:05"));
+    EXPECT_EQ(BT_ERROR_NONE, bt_adapter_unregister_headless_device("AA:BB:CC:DD:EE:05"));
+    EXPECT_EQ(BT_ERROR_INVALID_PARAMETER, bt_adapter_register_headless_device(nullptr));
+}
+
+TEST_F(WakeTablesTest, WakerTableAddsReplacesDeletesAndClears) {
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:66", 0));
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:77", 0));
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:66", 3));
+    Tables t = ReadBoth();
+    ASSERT_EQ(2u, t.wakers.size());
+    EXPECT_EQ("11:22:33:44:55:77", t.wakers[0].address);
+    EXPECT_EQ(3, t.wakers[1].flags);
+    EXPECT_TRUE(t.headless.empty()) << "the tables are separate";
+
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_del_waker_device("11:22:33:44:55:77", 0));
+    EXPECT_EQ(WOWL_ERROR_NOT_FOUND, wowl_del_waker_device("11:22:33:44:55:77", 0));
+    EXPECT_EQ(WOWL_ERROR_INVALID_PARAMETER, wowl_add_waker_device(nullptr, 0));
+    EXPECT_EQ(WOWL_ERROR_INVALID_PARAMETER, wowl_del_waker_device("", 0));
+
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("ab:cd:ef:00:11:22", 0));
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_del_waker_device("AB:CD:EF:00:11:22", 0));
+    EXPECT_EQ(1u, ReadBoth().wakers.size());
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_clear_waker_table());
+    EXPECT_TRUE(ReadBoth().wakers.empty());
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_clear_waker_table());
+}
+
+TEST_F(WakeTablesTest, ConcurrentWritersThroughSharedAndSeparateConnectionsAllLand) {
+    auto address = [](int thread, int i) {
+        char text[18];
+        snprintf(text, sizeof(text), "00:00:00:00:%02X:%02X", thread, i);
+        return std::string(text);
+    };
+    // Another process writing at the same time waits for the database instead of failing.
+    // Forked before any thread exists, and held on a pipe until the threads run.
+    int gate[2];
+    ASSERT_EQ(0, pipe(gate));
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        close(gate[1]);
+        char c;
+        while (read(gate[0], &c, 1) > 0) {
+        }
+        int failures = 0;
+        for (int i = 0; i < 25; ++i)
+            failures += wowl_add_waker_device(address(9, i).c_str(), 0) != 0;
+        _exit(failures);
+    }
+    close(gate[0]);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 25; ++i) {
+                EXPECT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                             handle_, address(t, i).c_str(), "Phone", 1));
+                EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device(address(t, i).c_str(), 0));
+            }
+        });
+    }
+    close(gate[1]);
+    for (std::thread& t : threads)
+        t.join();
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    Tables t = ReadBoth();
+    EXPECT_EQ(75u, t.headless.size());
+    EXPECT_EQ(100u, t.wakers.size());
+}
+
+TEST_F(WakeTablesTest, ToolShowsBothTablesAsJsonAndText) {
+    std::string out, err;
+    ASSERT_EQ(0, Tool({"wake-tables", "--json"}, &out, &err)) << err;
+    EXPECT_EQ("{\"bt_headless\": [], \"wowl_wakers\": []}\n", out);
+
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:0A", "Phone", 1));
+    ASSERT_EQ(BT_ERROR_NONE, bt_adapter_register_headless_device("AA:BB:CC:DD:EE:0A"));
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:0B", "Phone", 1));
+    ASSERT_EQ(BT_ERROR_NONE,
+              bt_bluetooth_delete_headless_mobile_in_DB(handle_, "aa:bb:cc:dd:ee:0b"));
+    ASSERT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:0A", 2));
+    Tables t = ReadBoth();
+    ASSERT_EQ(1u, t.headless.size());
+
+    ASSERT_EQ(0, Tool({"wake-tables", "--json"}, &out, &err)) << err;
+    EXPECT_EQ(
+        "{\"bt_headless\": [{\"address\": \"AA:BB:CC:DD:EE:0A\", \"device_type\": \"Phone\", "
+        "\"permission\": 1, \"registered\": true, \"added_at\": " +
+            std::to_string(t.headless[0].added_at) +
+            "}], \"wowl_wakers\": [{\"address\": \"11:22:33:44:55:0A\", \"flags\": 2}]}\n",
+        out);
+
+    ASSERT_EQ(0, Tool({"wake-tables"}, &out, &err)) << err;
+    EXPECT_NE(std::string::npos, out.find("headless) table: 1 device\n  AA:BB:CC:DD:EE:0A")) << out;
+    EXPECT_NE(std::string::npos, out.find("waker table: 1 device\n  11:22:33:44:55:0A  flags 2"))
+        << out;
+    EXPECT_EQ(std::string::npos, out.find("EE:0B"));
+
+    EXPECT_EQ(2, Tool({"wake-tables", "--yaml"}, &out, &err));
+    EXPECT_NE(std::string::npos, err.find("usage: quillon-platform wake-tables")) << err;
+    EXPECT_EQ(2, Tool({"wake-tables", "--json", "--json"}, &out, &err));
+}
+
+}  // namespace

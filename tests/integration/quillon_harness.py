@@ -1,0 +1,317 @@
+"""Shared helpers for the integration tests: a private platform root, quillon-platform,
+a private system-type dbus-daemon with the project's policy, the quillon daemon with its
+stderr captured, and a NOTIFY_SOCKET receiver standing in for systemd.
+
+Every helper waits for events with a timeout; none sleeps for a fixed time. Run with
+Debian's /usr/bin/python3 (python3-gi and python3-dbus live there).
+"""
+
+import getpass
+import os
+import pathlib
+import select
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+BUS_NAME = "org.nuvak.quillon"
+OBJECT_PATH = "/org/nuvak/quillon"
+SET_INTERFACE = "org.nuvak.quillon.SetInterface"
+GET_INTERFACE = "org.nuvak.quillon.GetInterface"
+UX_INTERFACE = "org.nuvak.quillon.UxInterface"
+
+# Log lines the daemon writes once it serves the bus, and when it ends.
+LOG_NAME_ACQUIRED = "[DBusServer] on_name_acquired name org.nuvak.quillon"
+LOG_REGISTERED = "[DBusServer] register_object completed"
+LOG_RUNNING = "[DAEMON] Quillon service is running"
+LOG_INACTIVE = "[DAEMON] Quillon service is inactive"
+
+
+def source_dir():
+    """The repository root: $QUILLON_SOURCE_DIR, else two levels above this file."""
+    env = os.environ.get("QUILLON_SOURCE_DIR")
+    if env:
+        return pathlib.Path(env)
+    return pathlib.Path(__file__).resolve().parents[2]
+
+
+def bin_dir():
+    """Where the built programs are: $QUILLON_BIN_DIR, else build/bin of the repository."""
+    env = os.environ.get("QUILLON_BIN_DIR")
+    if env:
+        return pathlib.Path(env)
+    return source_dir() / "build" / "bin"
+
+
+def program(name):
+    path = bin_dir() / name
+    if not path.exists():
+        raise unittest.SkipTest(f"{path} is not built")
+    return str(path)
+
+
+class PlatformRoot:
+    """A temporary QUILLON_PLATFORM_ROOT, removed again by cleanup()."""
+
+    def __init__(self):
+        self.path = pathlib.Path(tempfile.mkdtemp(prefix="quillon-root-"))
+
+    def env(self, extra=None):
+        env = dict(os.environ)
+        env["QUILLON_PLATFORM_ROOT"] = str(self.path)
+        if extra:
+            env.update(extra)
+        return env
+
+    def platform(self, *args, check=True, timeout=30):
+        """Runs quillon-platform ARGS on this root; returns the CompletedProcess."""
+        result = subprocess.run([program("quillon-platform"), *map(str, args)],
+                                env=self.env(), capture_output=True, text=True,
+                                timeout=timeout)
+        if check and result.returncode != 0:
+            raise AssertionError(f"quillon-platform {' '.join(map(str, args))} exited "
+                                 f"{result.returncode}: {result.stderr.strip()}")
+        return result
+
+    def init(self):
+        """Seeds the default settings, as a fresh TV has them."""
+        return self.platform("init")
+
+    def cleanup(self):
+        shutil.rmtree(self.path, ignore_errors=True)
+
+
+class LineCollector:
+    """Reads a stream on a thread of its own and keeps its lines; waits for a line."""
+
+    def __init__(self, stream):
+        self._lines = []
+        self._closed = False
+        self._cond = threading.Condition()
+        self._thread = threading.Thread(target=self._read, args=(stream,), daemon=True)
+        self._thread.start()
+
+    def _read(self, stream):
+        for raw in iter(stream.readline, b""):
+            with self._cond:
+                self._lines.append(raw.decode("utf-8", "replace").rstrip("\n"))
+                self._cond.notify_all()
+        with self._cond:
+            self._closed = True
+            self._cond.notify_all()
+
+    def lines(self):
+        with self._cond:
+            return list(self._lines)
+
+    def text(self):
+        return "\n".join(self.lines())
+
+    def wait_for(self, text, timeout=10.0, start=0):
+        """The first line at index >= start containing text, or None after timeout
+        (or when the stream closed without it)."""
+        deadline = time.monotonic() + timeout
+        with self._cond:
+            index = start
+            while True:
+                while index < len(self._lines):
+                    if text in self._lines[index]:
+                        return self._lines[index]
+                    index += 1
+                remaining = deadline - time.monotonic()
+                if self._closed or remaining <= 0:
+                    return None
+                self._cond.wait(remaining)
+
+    def join(self, timeout=5.0):
+        self._thread.join(timeout)
+
+
+class PrivateSystemBus:
+    """A dbus-daemon of system type on a private socket, configured from
+    data/dbus-dev-system.conf.in so that data/org.nuvak.quillon.conf is in force."""
+
+    def __init__(self, workdir):
+        self.workdir = pathlib.Path(workdir)
+        self.workdir.mkdir(parents=True, exist_ok=True)
+        self.socket_path = self.workdir / "system_bus_socket"
+        template = (source_dir() / "data" / "dbus-dev-system.conf.in").read_text()
+        config = (template
+                  .replace("@LISTEN@", f"unix:path={self.socket_path}")
+                  .replace("@POLICY_FILE@",
+                           str(source_dir() / "data" / "org.nuvak.quillon.conf"))
+                  .replace("@USER@", getpass.getuser()))
+        self.config_path = self.workdir / "system-bus.conf"
+        self.config_path.write_text(config)
+        dbus_daemon = shutil.which("dbus-daemon")
+        if dbus_daemon is None:
+            raise unittest.SkipTest("dbus-daemon is not installed")
+        self.process = subprocess.Popen(
+            [dbus_daemon, f"--config-file={self.config_path}", "--nofork",
+             "--print-address=1"],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.address = self._read_address(timeout=10.0)
+
+    def _read_address(self, timeout):
+        ready, _, _ = select.select([self.process.stdout], [], [], timeout)
+        if not ready:
+            self.stop()
+            raise AssertionError("dbus-daemon printed no address")
+        line = self.process.stdout.readline().decode().strip()
+        if not line:
+            err = self.process.stderr.read().decode()
+            self.stop()
+            raise AssertionError(f"dbus-daemon failed to start: {err}")
+        return line
+
+    def env(self):
+        """What a client of this bus needs: GLib and libdbus honour this variable."""
+        return {"DBUS_SYSTEM_BUS_ADDRESS": self.address}
+
+    def gdbus(self, *args, timeout=30):
+        """Runs `gdbus ARGS --address ADDRESS`; returns the CompletedProcess."""
+        command, rest = args[0], args[1:]
+        return subprocess.run(["gdbus", command, "--address", self.address, *rest],
+                              capture_output=True, text=True, timeout=timeout)
+
+    def name_has_owner(self, name=BUS_NAME):
+        result = self.gdbus("call", "--dest", "org.freedesktop.DBus", "--object-path",
+                            "/org/freedesktop/DBus", "--method",
+                            "org.freedesktop.DBus.NameHasOwner", name)
+        if result.returncode != 0:
+            raise AssertionError(f"NameHasOwner failed: {result.stderr}")
+        return result.stdout.strip() == "(true,)"
+
+    def stop(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+            try:
+                self.process.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+        for stream in (self.process.stdout, self.process.stderr):
+            if stream:
+                stream.close()
+
+
+class NotifySocket:
+    """A datagram socket standing in for systemd's NOTIFY_SOCKET."""
+
+    def __init__(self, workdir):
+        self.path = str(pathlib.Path(workdir) / "notify.sock")
+        self.sock = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.sock.bind(self.path)
+
+    def env(self):
+        return {"NOTIFY_SOCKET": self.path}
+
+    def wait_for(self, text, timeout):
+        """The first datagram containing text within timeout, or None."""
+        deadline = time.monotonic() + timeout
+        while True:
+            remaining = deadline - time.monotonic()
+            if remaining <= 0:
+                return None
+            ready, _, _ = select.select([self.sock], [], [], remaining)
+            if not ready:
+                return None
+            message = self.sock.recv(4096).decode("utf-8", "replace")
+            if text in message:
+                return message
+
+    def close(self):
+        self.sock.close()
+
+
+class Daemon:
+    """build/bin/quillon as a child process with its stderr captured line by line."""
+
+    def __init__(self, env):
+        self.process = subprocess.Popen([program("quillon")], env=env,
+                                        stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.log = LineCollector(self.process.stderr)
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def wait_for_log(self, text, timeout=10.0):
+        return self.log.wait_for(text, timeout)
+
+    def wait_exit(self, timeout=15.0):
+        """The exit status (negative: killed by that signal), or None if still running."""
+        try:
+            return self.process.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            return None
+
+    def stop(self, sig=signal.SIGTERM, timeout=15.0):
+        """Sends sig and waits for the exit; kills after timeout. Returns the status."""
+        if self.process.poll() is None:
+            self.process.send_signal(sig)
+        status = self.wait_exit(timeout)
+        if status is None:
+            self.process.kill()
+            status = self.process.wait()
+        self.log.join()
+        if self.process.stderr:
+            self.process.stderr.close()
+        return status
+
+
+class QuillonTestCase(unittest.TestCase):
+    """Gives each test its own root, and starts a bus and the daemon on request; all of it
+    is stopped and removed when the test ends, also when it fails."""
+
+    def setUp(self):
+        self.root = PlatformRoot()
+        self.addCleanup(self.root.cleanup)
+        self.workdir = pathlib.Path(tempfile.mkdtemp(prefix="quillon-run-"))
+        self.addCleanup(shutil.rmtree, self.workdir, True)
+        self.bus = None
+
+    def start_bus(self):
+        self.bus = PrivateSystemBus(self.workdir / "bus")
+        self.addCleanup(self.bus.stop)
+        return self.bus
+
+    def daemon_env(self, extra=None):
+        env = self.root.env()
+        # Without a bus of its own a test must not reach the machine's system bus.
+        env["DBUS_SYSTEM_BUS_ADDRESS"] = (self.bus.address if self.bus else
+                                          f"unix:path={self.workdir}/no-bus")
+        env.pop("NOTIFY_SOCKET", None)
+        if extra:
+            env.update(extra)
+        return env
+
+    def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0):
+        """Starts quillon; with wait_for, fails unless that log line appears in time."""
+        daemon = Daemon(self.daemon_env(extra_env))
+        self.addCleanup(self._stop_quietly, daemon)
+        if wait_for is not None:
+            line = daemon.wait_for_log(wait_for, timeout)
+            if line is None:
+                self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
+        return daemon
+
+    def start_serving_daemon(self, extra_env=None):
+        """A bus, an initialised root and a daemon that owns its name and object."""
+        if self.bus is None:
+            self.start_bus()
+        self.root.init()
+        daemon = self.start_daemon(extra_env, wait_for=LOG_REGISTERED)
+        if daemon.wait_for_log(LOG_NAME_ACQUIRED, 15.0) is None:
+            self.fail(f"quillon did not get its name; its log:\n{daemon.log.text()}")
+        return daemon
+
+    @staticmethod
+    def _stop_quietly(daemon):
+        daemon.stop(signal.SIGTERM, timeout=10.0)

@@ -1,0 +1,118 @@
+// Validity rules, address comparison, key-type completion, the corrected clock and the
+// record's log dump.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "CPXMCore.h"
+#include "dlog.h"
+#include "fake_platform.h"
+
+namespace {
+
+pxm_core_device_s Record(const char* bt, const char* wifi, const char* p2p, int keyType) {
+    pxm_core_device_s dev{};
+    snprintf(dev.bt_mac, sizeof(dev.bt_mac), "%s", bt);
+    snprintf(dev.wifi_mac, sizeof(dev.wifi_mac), "%s", wifi);
+    snprintf(dev.p2p_mac, sizeof(dev.p2p_mac), "%s", p2p);
+    dev.keyType = keyType;
+    return dev;
+}
+
+TEST(RecordUtils, AddressNameAndIdentifierRules) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    for (const char* mac :
+         {"00:00:00:00:00:01", "00-00-00-00-00-01", "G1:22:33:44:55:66", "AA:BB:CC:DD:EE:F?"}) {
+        EXPECT_TRUE(core->UTIL_CheckValidMAC(mac)) << mac;
+    }
+    for (const char* mac : {"00:00:00:00:00:00", "00-00-00-00-00-00", "AA:BB:CC:DD:EE:F",
+                            "AA:BB:CC:DD:EE:FF0", "0"}) {
+        EXPECT_FALSE(core->UTIL_CheckValidMAC(mac)) << mac;
+    }
+    EXPECT_FALSE(core->UTIL_CheckValidMAC(nullptr) || core->UTIL_CheckValidName(nullptr));
+    for (const char* name : {"", "0", "None", "unknown"}) {
+        EXPECT_FALSE(core->UTIL_CheckValidName(name)) << name;
+    }
+    EXPECT_TRUE(core->UTIL_CheckValidName("Galaxy") && core->UTIL_CheckValidName("00"));
+    EXPECT_TRUE(core->UTIL_CheckValidId("") && core->UTIL_CheckValidId("zel-7"));
+    EXPECT_FALSE(core->UTIL_CheckValidId("None") || core->UTIL_CheckValidId("0") ||
+                 core->UTIL_CheckValidId("UNKNOWN"));
+}
+
+TEST(RecordUtils, CompareMacTellsWhichAddressMatchedIgnoringCase) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    pxm_core_device_s dev =
+        Record("aa:bb:cc:dd:ee:01", "aa:bb:cc:dd:ee:02", "aa:bb:cc:dd:ee:03", 0);
+    EXPECT_EQ(3, core->UTIL_CompareMAC(&dev, "AA:BB:CC:DD:EE:01", PXM_TECH_BT));
+    EXPECT_EQ(5, core->UTIL_CompareMAC(&dev, "AA:bb:CC:dd:EE:02", PXM_TECH_WIFI));
+    EXPECT_EQ(9, core->UTIL_CompareMAC(&dev, "aa:bb:cc:dd:ee:03", PXM_TECH_P2P));
+    EXPECT_EQ(0, core->UTIL_CompareMAC(&dev, "aa:bb:cc:dd:ee:01", PXM_TECH_WIFI));
+    // A placeholder never matches, not even the same placeholder, and is not logged.
+    pxm_core_device_s empty = Record("0", "0", "00:00:00:00:00:00", -1);
+    EXPECT_EQ(0, core->UTIL_CompareMAC(&empty, "0", static_cast<pxm_tech_ind_e>(7)));
+    EXPECT_EQ(0, core->UTIL_CompareMAC(&empty, "00:00:00:00:00:00", PXM_TECH_P2P));
+    EXPECT_EQ(0u, fake::CountLogs("Incorrect IND"));
+    EXPECT_EQ(0, core->UTIL_CompareMAC(&dev, "aa:bb:cc:dd:ee:01", static_cast<pxm_tech_ind_e>(0)));
+    EXPECT_EQ(0, core->UTIL_CompareMAC(&dev, "aa:bb:cc:dd:ee:03", static_cast<pxm_tech_ind_e>(4)));
+    EXPECT_EQ(2u, fake::CountLogs("Incorrect IND"));
+    EXPECT_TRUE(fake::HasLog("pxmCore: UTIL_CompareMAC(", DLOG_ERROR, "PXM_CORE"));
+}
+
+TEST(RecordUtils, KeyTypeIsCompletedFromTheFirstValidAddress) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    const struct {
+        pxm_core_device_s dev;
+        int keyType;
+    } cases[] = {{Record("aa:bb:cc:dd:ee:01", "", "", 0), 0},
+                 {Record("", "0", "0", 1), 1},  // an explicit choice is kept as it is
+                 {Record("0", "", "aa:bb:cc:dd:ee:03", 0), 2},
+                 {Record("aa:bb:cc:dd:ee:01", "aa:bb:cc:dd:ee:02", "", -1), 0},
+                 {Record("0", "aa:bb:cc:dd:ee:02", "aa:bb:cc:dd:ee:03", -1), 1},
+                 {Record("", "0", "00-00-00-00-00-00", 0), -1}};
+    for (auto c : cases) {
+        core->UTIL_CheckAndUpdateKeyType(&c.dev);
+        EXPECT_EQ(c.keyType, c.dev.keyType) << c.dev.bt_mac << c.dev.wifi_mac << c.dev.p2p_mac;
+    }
+    EXPECT_EQ(4u, fake::CountLogs("devKeyType not set!!"));
+    EXPECT_TRUE(fake::HasLog("devKeyType[2]", DLOG_WARN));
+    EXPECT_TRUE(fake::HasLog("Exception case", DLOG_ERROR));
+    EXPECT_TRUE(fake::HasLog("devKeyType[-1]", DLOG_WARN));
+}
+
+TEST(RecordUtils, UnsetClockIsLiftedByTheFixedOffset) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    fake::SetRealtime(5, 0);
+    EXPECT_EQ(1000000005000ULL, core->UTIL_GetTime());
+    EXPECT_TRUE(fake::HasLog("tv_sec is [5]", DLOG_INFO));
+    EXPECT_TRUE(fake::HasLog("CurrentTime is [5000]", DLOG_INFO));
+    EXPECT_TRUE(fake::HasLog("System time is not in sync[1000000005000]!!", DLOG_WARN));
+    fake::SetRealtime(999999999, 999999999);  // just below the threshold
+    EXPECT_EQ(1999999999999ULL, core->UTIL_GetTime());
+    fake::SetRealtime(1700000000, 987654321);
+    EXPECT_EQ(1700000000987ULL, core->UTIL_GetTime());
+    EXPECT_EQ(2u, fake::CountLogs("System time is not in sync"));
+}
+
+TEST(RecordUtils, PrintDeviceWritesTheFieldsOperatorsRead) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    pxm_core_device_s dev = Record("aa:bb:cc:dd:ee:01", "0", "", 0);
+    snprintf(dev.zel_id, sizeof(dev.zel_id), "zel-1");
+    dev.devtype = 3;
+    dev.tvInitMirroringSupport = 1;
+    dev.updated = 12;
+    dev.accessTime = 1700000000123ULL;
+    fake::ClearLogs();
+    core->UTIL_PrintDevice(&dev);
+    for (const char* line :
+         {"pxmCore: UTIL_PrintDevice(", "DEVICENAME       : []",
+          "BTMAC            : [aa:bb:cc:dd:ee:01]", "WIFIMAC          : [                0]",
+          "ZelId            : [            zel-1]",
+          "TYPE,ICON,STATUS, TVINITMIRRSUPPORT, ISNOUX, ISUXALWAYS, UPDATED  : [ 3] [ 0] [ 0] [1] "
+          "[0] [0] [12]",
+          "Access Time      : [    1700000000123]"}) {
+        EXPECT_TRUE(fake::HasLog(line, DLOG_INFO, "PXM_CORE")) << line;
+    }
+    EXPECT_EQ(8u, fake::Logs().size());
+}
+
+}  // namespace

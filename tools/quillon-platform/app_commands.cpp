@@ -1,0 +1,77 @@
+// App manager commands: register an app's executable, and list the registered apps and
+// the apps running now (from the records every launcher leaves under the root).
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "app_records.h"
+#include "app_registry.h"
+#include "command.h"
+
+namespace quillon_platform {
+
+namespace {
+
+std::string Absolute(const std::string& path) {
+    if (!path.empty() && path[0] == '/')
+        return path;
+    char* cwd = getcwd(nullptr, 0);
+    if (!cwd)
+        return std::string();
+    std::string absolute = std::string(cwd) + "/" + path;
+    free(cwd);
+    return absolute;
+}
+
+int RunRegisterApp(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 2, &status))
+        return status;
+    if (!host::apps::IsValidAppId(args[0]))
+        return BadInput(self, "invalid app id '" + args[0] +
+                                  "' (letters, digits, '.', '-', '_'; not starting with '.')");
+    if (args[1].empty() || args[1].find('\n') != std::string::npos)
+        return BadInput(self, "invalid executable path");
+    std::string executable = Absolute(args[1]);
+    if (executable.empty()) {
+        std::fprintf(stderr, "quillon-platform: cannot resolve '%s'\n", args[1].c_str());
+        return kExitFailed;
+    }
+    struct stat info;
+    if (stat(executable.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        access(executable.c_str(), X_OK) != 0)
+        // Registering before building is fine; a launch fails until the file is there.
+        std::fprintf(stderr, "quillon-platform: warning: '%s' is not an executable file\n",
+                     executable.c_str());
+    if (!host::apps::Register(args[0], executable)) {
+        std::fprintf(stderr, "quillon-platform: could not register '%s'\n", args[0].c_str());
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+int RunApps(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 0, &status))
+        return status;
+    for (const auto& [appid, executable] : host::apps::Registrations())
+        std::printf("registered\t%s\t%s\n", appid.c_str(), executable.c_str());
+    for (const auto& app : host::apps::LiveRecords())
+        std::printf("running\t%d\t%s\t%s\n", app.pid, app.appid.c_str(), app.executable.c_str());
+    return kExitOk;
+}
+
+const CommandRegistrar kRegistrar({
+    {"register-app", "register-app APPID EXECUTABLE",
+     "register (or replace) the executable launched for an app id", RunRegisterApp},
+    {"apps", "apps", "list apps: 'registered<TAB>ID<TAB>PATH', 'running<TAB>PID<TAB>ID<TAB>PATH'",
+     RunApps},
+});
+
+}  // namespace
+
+}  // namespace quillon_platform

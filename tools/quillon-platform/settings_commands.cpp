@@ -1,0 +1,162 @@
+// Settings commands: seed, read and change settings keys through the platform's own
+// settings functions, exactly as the daemon sees them.
+#include <errno.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "settings_key.h"
+#include "vconf.h"
+
+namespace quillon_platform {
+
+namespace {
+
+struct DefaultSetting {
+    const char* key;
+    bool is_int;
+    int number;
+    const char* text;
+};
+
+// What a freshly installed TV holds before the daemon first starts.
+const DefaultSetting kDefaults[] = {
+    {"db/registertv/factoryreset", true, 0, nullptr},
+    {"db/menu/network/devicemanager/accessnoti", true, 1, nullptr},
+    {"memory/quillon/reqopt", true, 0, nullptr},
+    {"memory/wizard/wizard_mode", false, 0, ""},
+};
+
+bool CheckKey(const Command& command, const std::string& key, int* status) {
+    if (host::settings::IsValidKey(key.c_str()))
+        return true;
+    *status = BadInput(command, "invalid key '" + key +
+                                    "' (printable ASCII without blanks, no '..', no '//', "
+                                    "no '/' at either end)");
+    return false;
+}
+
+// A decimal int, optionally signed; nothing else, not even blanks.
+bool ParseInt(const std::string& text, int* value) {
+    if (text.empty())
+        return false;
+    size_t start = (text[0] == '-' || text[0] == '+') ? 1 : 0;
+    if (start == text.size())
+        return false;
+    for (size_t i = start; i < text.size(); ++i)
+        if (text[i] < '0' || text[i] > '9')
+            return false;
+    errno = 0;
+    long long parsed = std::strtoll(text.c_str(), nullptr, 10);
+    if (errno == ERANGE || parsed < INT_MIN || parsed > INT_MAX)
+        return false;
+    *value = static_cast<int>(parsed);
+    return true;
+}
+
+bool KeyExists(const char* key) {
+    int number = 0;
+    if (vconf_get_int(key, &number) == VCONF_OK || vconf_get_bool(key, &number) == VCONF_OK)
+        return true;
+    char* text = vconf_get_str(key);
+    free(text);
+    return text != nullptr;
+}
+
+int Written(int rc, const std::string& key) {
+    if (rc == VCONF_OK)
+        return kExitOk;
+    std::fprintf(stderr, "quillon-platform: could not write '%s'\n", key.c_str());
+    return kExitFailed;
+}
+
+int RunInit(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 0, &status))
+        return status;
+    for (const DefaultSetting& setting : kDefaults) {
+        if (KeyExists(setting.key)) {
+            std::printf("kept   %s\n", setting.key);
+            continue;
+        }
+        int rc = setting.is_int ? vconf_set_int(setting.key, setting.number)
+                                : vconf_set_str(setting.key, setting.text);
+        if (Written(rc, setting.key) != kExitOk)
+            return kExitFailed;
+        std::printf("seeded %s\n", setting.key);
+    }
+    return kExitOk;
+}
+
+int RunGet(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 1, &status) || !CheckKey(self, args[0], &status))
+        return status;
+    const char* key = args[0].c_str();
+    int number = 0;
+    if (vconf_get_int(key, &number) == VCONF_OK || vconf_get_bool(key, &number) == VCONF_OK) {
+        std::printf("%d\n", number);
+        return kExitOk;
+    }
+    char* text = vconf_get_str(key);
+    if (!text) {
+        std::fprintf(stderr, "quillon-platform: no such key '%s'\n", key);
+        return kExitFailed;
+    }
+    std::printf("%s\n", text);
+    free(text);
+    return kExitOk;
+}
+
+int RunSetInt(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 2, &status) || !CheckKey(self, args[0], &status))
+        return status;
+    int number = 0;
+    if (!ParseInt(args[1], &number))
+        return BadInput(self, "'" + args[1] + "' is not a decimal integer in the int range");
+    return Written(vconf_set_int(args[0].c_str(), number), args[0]);
+}
+
+int RunSetStr(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 2, &status) || !CheckKey(self, args[0], &status))
+        return status;
+    return Written(vconf_set_str(args[0].c_str(), args[1].c_str()), args[0]);
+}
+
+int RunSetBool(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 2, &status) || !CheckKey(self, args[0], &status))
+        return status;
+    if (args[1] != "0" && args[1] != "1")
+        return BadInput(self, "'" + args[1] + "' is not 0 or 1");
+    return Written(vconf_set_bool(args[0].c_str(), args[1] == "1"), args[0]);
+}
+
+int RunUnset(const Command& self, const std::vector<std::string>& args) {
+    int status = kExitOk;
+    if (!ExpectArgs(self, args, 1, &status) || !CheckKey(self, args[0], &status))
+        return status;
+    if (vconf_unset(args[0].c_str()) == VCONF_OK)
+        return kExitOk;
+    std::fprintf(stderr, "quillon-platform: no such key '%s'\n", args[0].c_str());
+    return kExitFailed;
+}
+
+const CommandRegistrar kRegistrar({
+    {"init", "init", "seed the default settings; never overwrites a key", RunInit},
+    {"get", "get KEY", "print a setting's value (exit 1 when it is missing)", RunGet},
+    {"set-int", "set-int KEY N", "set an integer setting", RunSetInt},
+    {"set-str", "set-str KEY TEXT", "set a text setting", RunSetStr},
+    {"set-bool", "set-bool KEY 0|1", "set a boolean setting", RunSetBool},
+    {"unset", "unset KEY", "remove a setting (exit 1 when it is missing)", RunUnset},
+});
+
+}  // namespace
+
+}  // namespace quillon_platform
