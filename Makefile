@@ -41,7 +41,8 @@ asan: deps
 
 tsan: deps
 	$(call configure_and_build,build-tsan,-DQUILLON_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug)
-	ctest --test-dir build-tsan --output-on-failure -j $(JOBS)
+	TSAN_OPTIONS="suppressions=$(CURDIR)/tests/tsan.supp halt_on_error=1 second_deadlock_stack=1" \
+		ctest --test-dir build-tsan --output-on-failure -j $(JOBS)
 
 fuzz: deps
 	$(call configure_and_build,build-fuzz,-DQUILLON_FUZZ=ON -DQUILLON_TESTS=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)

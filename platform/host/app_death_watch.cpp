@@ -55,8 +55,6 @@ void ReportDeath(int pid, bool reaped_by_glib) {
             return;
         ended = it->second;
     }
-    if (ended.child && !reaped_by_glib)
-        Reap(pid);
     RemoveRecord(pid, ended.app.start_time);
     aul_app_dead_event_cb cb = nullptr;
     void* data = nullptr;
@@ -70,13 +68,18 @@ void ReportDeath(int pid, bool reaped_by_glib) {
     // The entry stays until the listener returned, so it can still name the app.
     if (cb)
         cb(pid, data);
-    std::lock_guard<std::mutex> hold(state.lock);
-    auto it = state.watched.find(pid);
-    if (it != state.watched.end() && it->second.app.start_time == ended.app.start_time) {
-        if (it->second.pidfd >= 0)
-            close(it->second.pidfd);
-        state.watched.erase(it);
+    {
+        std::lock_guard<std::mutex> hold(state.lock);
+        auto it = state.watched.find(pid);
+        if (it != state.watched.end() && it->second.app.start_time == ended.app.start_time) {
+            if (it->second.pidfd >= 0)
+                close(it->second.pidfd);
+            state.watched.erase(it);
+        }
     }
+    // Reaped last: until then the pid cannot go to a new app that would find it watched.
+    if (ended.child && !reaped_by_glib)
+        Reap(pid);
 }
 
 gboolean OnPidfdReadable(gint fd, GIOCondition condition, gpointer user_data) {

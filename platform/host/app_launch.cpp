@@ -39,8 +39,9 @@ int Spawn(const std::string& executable, const std::vector<std::string>& words, 
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
     posix_spawnattr_t attr;
-    if (posix_spawnattr_init(&attr) != 0)
-        return -1;
+    int rc = posix_spawnattr_init(&attr);
+    if (rc != 0)
+        return rc;
     sigset_t none, all;
     sigemptyset(&none);
     sigfillset(&all);
@@ -49,7 +50,7 @@ int Spawn(const std::string& executable, const std::vector<std::string>& words, 
     posix_spawnattr_setsigmask(&attr, &none);
     posix_spawnattr_setsigdefault(&attr, &all);
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    int rc = posix_spawn(pid, executable.c_str(), nullptr, &attr, argv.data(), environ);
+    rc = posix_spawn(pid, executable.c_str(), nullptr, &attr, argv.data(), environ);
     posix_spawnattr_destroy(&attr);
     return rc;
 }

@@ -97,7 +97,7 @@ void CPXMCore::UTIL_LoadSecurity() {
 
 void CPXMCore::INTERNAL_VconfCallBack(keynode_t* node, void* user_data) {
     CPXMCore* core = Registry(user_data);
-    const char* key = vconf_keynode_get_name(node);
+    const char* key = node != nullptr ? vconf_keynode_get_name(node) : nullptr;
     if (key == nullptr) {
         CORE_LOGE("VconfKey is null");
         return;

@@ -63,9 +63,11 @@ std::string ReadFile(const std::string& path) {
     return content.str();
 }
 
-// Field 22 of /proc/PID/stat, as the records keep it.
+// Field 22 of /proc/PID/stat, as the records keep it; 0 when there is no such process.
 unsigned long long StartTime(int pid) {
     std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    if (stat.rfind(')') == std::string::npos)
+        return 0;
     std::istringstream fields(stat.substr(stat.rfind(')') + 2));
     std::string field;
     for (int index = 3; index <= 22; ++index)
@@ -90,8 +92,10 @@ protected:
 
     void TearDown() override {
         aul_listen_app_dead_signal(nullptr, nullptr);
-        for (int pid : launched_)
-            kill(pid, SIGKILL);
+        // Only apps still running as launched: an ended app's pid may belong to anyone now.
+        for (const auto& [pid, start] : launched_)
+            if (StartTime(pid) == start)
+                kill(pid, SIGKILL);
         std::error_code ignored;
         fs::remove_all(root_, ignored);
     }
@@ -111,7 +115,7 @@ protected:
     int Launch(const std::string& appid, bundle* b = nullptr) {
         int pid = aul_launch_app(appid.c_str(), b);
         if (pid > 0)
-            launched_.push_back(pid);
+            launched_.emplace_back(pid, StartTime(pid));
         return pid;
     }
 
@@ -177,7 +181,7 @@ protected:
 
     std::string root_;
     Deaths deaths_;
-    std::vector<int> launched_;
+    std::vector<std::pair<int, unsigned long long>> launched_;  // pid, start time
 };
 
 TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop) {
@@ -349,8 +353,8 @@ TEST_F(HostAppManager, AnAppLaunchedByAnotherProcessIsFoundWatchedAndNamed) {
     const int other = pids[1];
     ASSERT_GT(app, 0);
     ASSERT_GT(other, 0);
-    launched_.push_back(app);
-    launched_.push_back(other);
+    launched_.emplace_back(app, StartTime(app));
+    launched_.emplace_back(other, StartTime(other));
 
     // Listening is enough to hear of their end: nothing else has looked at them yet.
     ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);

@@ -15,6 +15,7 @@
 
 #include "CPXMCore.h"
 #include "PXMDBusServer.h"
+#include "dlog.h"
 #include "fake_platform.h"
 
 namespace handler_bus {
@@ -89,8 +90,8 @@ public:
         bool answered = RunUntil([&] {
             for (size_t i = before; i < events_.size(); ++i) {
                 if (events_[i].kind != "signal" && events_[i].name == method) {
-                    found = events_[i].kind == "reply" ? events_[i].body
-                                                       : "error:" + events_[i].body;
+                    found =
+                        events_[i].kind == "reply" ? events_[i].body : "error:" + events_[i].body;
                     return true;
                 }
             }
@@ -108,8 +109,8 @@ public:
     // Lets everything the server has sent so far reach the client: a round trip on the same
     // connection is answered only after all that the server sent before it.
     void Flush() {
-        GDBusMessage* ping = g_dbus_message_new_method_call(nullptr, "/", "org.freedesktop.DBus.Peer",
-                                                            "Ping");
+        GDBusMessage* ping =
+            g_dbus_message_new_method_call(nullptr, "/", "org.freedesktop.DBus.Peer", "Ping");
         bool done = false;
         g_dbus_connection_send_message_with_reply(
             client_end_, ping, G_DBUS_SEND_MESSAGE_FLAGS_NONE, 5000, nullptr, nullptr,
@@ -158,8 +159,7 @@ private:
     static void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
         std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
         GError* error = nullptr;
-        GVariant* reply =
-            g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+        GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
         Event event;
         event.name = pending->method;
         if (reply != nullptr) {
@@ -242,9 +242,9 @@ struct Request {
     int ux_always = 0;
 
     GVariant* Variant() const {
-        return g_variant_new("(ssssssiiiiii)", name.c_str(), bt.c_str(), wifi.c_str(),
-                             p2p.c_str(), zel_id.c_str(), mirroring_id.c_str(), devtype, devicon,
-                             status, tv_init, no_ux, ux_always);
+        return g_variant_new("(ssssssiiiiii)", name.c_str(), bt.c_str(), wifi.c_str(), p2p.c_str(),
+                             zel_id.c_str(), mirroring_id.c_str(), devtype, devicon, status,
+                             tv_init, no_ux, ux_always);
     }
 };
 
@@ -257,8 +257,8 @@ inline CPXMCore* StartRegistry(PXMDBusServer* server) {
 }
 
 // A record as the registry would hold it.
-inline pxm_core_device_s Stored(const char* name, const char* bt, const char* wifi,
-                                const char* p2p, int status) {
+inline pxm_core_device_s Stored(const char* name, const char* bt, const char* wifi, const char* p2p,
+                                int status) {
     pxm_core_device_s dev = {};
     snprintf(dev.devname, sizeof(dev.devname), "%s", name);
     snprintf(dev.bt_mac, sizeof(dev.bt_mac), "%s", bt);

@@ -24,8 +24,8 @@ TEST(RequestHandlers, WithoutARegistryTheRequestIsRefused) {
     fake::Reset();
     Client client;
     ASSERT_TRUE(client.Ready());
-    EXPECT_EQ("(-1,)", client.Call(PXM_DBUS_SET_INTERFACE, "pxm_request_access",
-                                   NoUxRequest().Variant()));
+    EXPECT_EQ("(-1,)",
+              client.Call(PXM_DBUS_SET_INTERFACE, "pxm_request_access", NoUxRequest().Variant()));
     EXPECT_EQ("(-1,)", client.Call(PXM_DBUS_SET_INTERFACE, "pxm_request_access_reverse",
                                    NoUxRequest().Variant()));
     EXPECT_EQ(2u, fake::CountLogs("[DBusServer] PXMCore is not running"));
@@ -52,12 +52,12 @@ TEST(RequestHandlers, AForcedVerdictIsStoredAndAnnouncedAfterTheReplyOnceOnly) {
     EXPECT_EQ("('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 0)", signals[0].body);
     EXPECT_LT(client.IndexOf("reply", "pxm_request_access"),
               client.IndexOf("signal", PXM_SIGNAL_STATUS_CHANGED));
-    EXPECT_TRUE(fake::HasLog(
-        "pxmDBusServer: pxm_request_access(", DLOG_INFO, "PXM_LOG"));
-    EXPECT_TRUE(fake::HasLog("[DBusServer] NAME[Phone] BT[AA:BB:CC:DD:EE:01] "
-                             "WIFI[AA:BB:CC:DD:EE:02] P2P[] ZEL_ID[] MIRRORING_ID[] DEVTYPE[1] "
-                             "DEVICON[2] STATUS[0] TVINITMIRRSUPPORT[0] ISNOUX[1] ISUXALWAYS[0]",
-                             DLOG_INFO));
+    EXPECT_TRUE(fake::HasLog("pxmDBusServer: pxm_request_access(", DLOG_INFO, "PXM_LOG"));
+    EXPECT_TRUE(
+        fake::HasLog("[DBusServer] NAME[Phone] BT[AA:BB:CC:DD:EE:01] "
+                     "WIFI[AA:BB:CC:DD:EE:02] P2P[] ZEL_ID[] MIRRORING_ID[] DEVTYPE[1] "
+                     "DEVICON[2] STATUS[0] TVINITMIRRSUPPORT[0] ISNOUX[1] ISUXALWAYS[0]",
+                     DLOG_INFO));
     EXPECT_TRUE(fake::HasLog("Device status : [0]", DLOG_INFO, "PXM_LOG"));
     EXPECT_TRUE(
         fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN, "PXM_LOG"));

@@ -67,9 +67,8 @@ int RunApps(const Command& self, const std::vector<std::string>& args) {
 
 const CommandRegistrar kRegistrar({
     {"register-app", "register-app APPID EXECUTABLE",
-     "register (or replace) the executable launched for an app id", RunRegisterApp},
-    {"apps", "apps", "list apps: 'registered<TAB>ID<TAB>PATH', 'running<TAB>PID<TAB>ID<TAB>PATH'",
-     RunApps},
+     "register (or replace) the executable of an app id", RunRegisterApp},
+    {"apps", "apps", "list registered and running apps, one per line, tab-separated", RunApps},
 });
 
 }  // namespace

@@ -34,8 +34,8 @@ int RunStandby(const Command& self, const std::vector<std::string>& args) {
 }
 
 const CommandRegistrar kRegistrar({
-    {"standby", "standby [TYPE]",
-     "deliver a standby (instant-off) event of TYPE (default 2) to the subscribers", RunStandby},
+    {"standby", "standby [TYPE]", "deliver a standby (instant-off) event (TYPE default 2)",
+     RunStandby},
 });
 
 }  // namespace

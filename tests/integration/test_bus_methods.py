@@ -1,0 +1,367 @@
+"""Every bus method of the running daemon, called over a private system bus: the codes it
+answers for a found device, an unknown one and invalid input, the signals that follow
+(with their bodies, and where they stand against the reply), arguments of the wrong type,
+over-long texts, and quillonctl's output and exit statuses."""
+
+import json
+import os
+import subprocess
+import sys
+import unittest
+
+from gi.repository import GLib
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import quillon_bus as qb  # noqa: E402
+import quillon_harness as qh  # noqa: E402
+
+BT = "AA:BB:CC:DD:EE:01"
+WIFI = "AA:BB:CC:DD:EE:02"
+P2P = "AA:BB:CC:DD:EE:03"
+UNKNOWN = "AA:BB:CC:DD:EE:99"
+
+
+def placeholders(element):
+    """The element with empty texts read as the placeholder "0": the daemon stores an
+    absent text as "0" when it saves, so either may be read back."""
+    return tuple("0" if value == "" else value for value in element)
+
+
+def mac_ind(mac, ind):
+    return GLib.Variant("(si)", (mac, ind))
+
+
+def mac_ind_value(mac, ind, value):
+    return GLib.Variant("(sii)", (mac, ind, value))
+
+
+class BusMethodsCase(qh.QuillonTestCase):
+
+    def setUp(self):
+        super().setUp()
+        self.daemon = self.start_serving_daemon()
+        self.client = qb.BusClient(self.bus.address)
+        self.addCleanup(self.client.close)
+
+    def store_forced(self, **fields):
+        """A device stored without a prompt (the requester forces its verdict)."""
+        fields.setdefault("no_ux", 1)
+        code = self.client.call("pxm_request_access", qb.record(**fields))[0]
+        self.assertEqual(fields.get("status", 0), code)
+
+    def device(self, mac, ind, method="pxm_get_device"):
+        elements, found = self.client.call(method, mac_ind(mac, ind))
+        self.assertEqual(1, len(elements))
+        return elements[0], found
+
+
+class QueriesAndRequests(BusMethodsCase):
+
+    def test_a_forced_request_is_answered_then_signalled_and_can_be_read_back(self):
+        start = len(self.client.events)
+        self.assertEqual((0,), self.client.call(
+            "pxm_request_access",
+            qb.record(name="Phone", bt=BT, wifi=WIFI, zel_id="zel-1", mirroring_id="mir-1",
+                      devtype=5, devicon=6, tv_init=1, no_ux=1)))
+        signals = self.client.wait_signals(1, start=start)
+        self.assertEqual([(BT, WIFI, "0", 0)], [s.value for s in signals])
+        self.assertLess(self.client.index("reply", "pxm_request_access", start),
+                        self.client.index("signal", qb.STATUS_CHANGED, start))
+
+        expected = ("Phone", BT, WIFI, "0", 5, 6, 0, 1, 1, 0, "zel-1", "mir-1")
+        element, found = self.device(BT.lower(), 1)
+        self.assertEqual((expected, 1), (placeholders(element), found))
+        element, found = self.device(WIFI, 2)
+        self.assertEqual((expected, 1), (placeholders(element), found))
+        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(UNKNOWN, 1))
+        # The placeholder never matches, and neither does a wrong indicator.
+        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device("0", 3))
+        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(BT, 4))
+
+        elements, count = self.client.call("pxm_get_list")
+        self.assertEqual(([expected], 1), ([placeholders(e) for e in elements], count))
+        self.assertEqual((0,), self.client.call("pxm_get_status", mac_ind(WIFI, 2)))
+        self.assertEqual((-1,), self.client.call("pxm_get_status", mac_ind(UNKNOWN, 2)))
+        self.assertEqual((-1,), self.client.call("pxm_get_status", mac_ind(BT, 9)))
+
+        # The same device again: answered, but nothing changed worth a signal.
+        start = len(self.client.events)
+        self.store_forced(name="Phone", bt=BT, wifi=WIFI, zel_id="zel-1", mirroring_id="mir-1")
+        self.client.flush()
+        self.assertEqual([], self.client.signals(start=start))
+        self.assertIsNotNone(self.daemon.wait_for_log("[DBusServer] No data changed, no CALLBACK"))
+
+    def test_the_reverse_list_is_separate_and_silent(self):
+        start = len(self.client.events)
+        self.assertEqual((0,), self.client.call(
+            "pxm_request_access_reverse", qb.record(name="Back", bt=BT, no_ux=1)))
+        self.assertEqual(([], 0), self.client.call("pxm_get_list"))
+        elements, count = self.client.call("pxm_get_list_reverse")
+        self.assertEqual(1, count)
+        self.assertEqual(("Back", BT), elements[0][:2])
+        element, found = self.device(BT, 1, "pxm_get_device_reverse")
+        self.assertEqual(("Back", 1), (element[0], found))
+        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(BT, 1))
+
+        self.assertEqual((0,), self.client.call("pxm_remove_device_reverse", mac_ind(UNKNOWN, 1)))
+        self.assertEqual((1,), self.client.call("pxm_remove_device_reverse", mac_ind(BT, 1)))
+        self.assertEqual(([], 0), self.client.call("pxm_get_list_reverse"))
+        self.client.call("pxm_request_access_reverse", qb.record(name="Back", bt=BT, no_ux=1))
+        # Emptied, yet answered 0: the reverse list has no wake-up tables to clear.
+        self.assertEqual((0,), self.client.call("pxm_remove_all_reverse"))
+        self.assertEqual(([], 0), self.client.call("pxm_get_list_reverse"))
+        self.client.flush()
+        self.assertEqual([], self.client.signals(start=start))
+
+
+class Changes(BusMethodsCase):
+
+    def setUp(self):
+        super().setUp()
+        self.store_forced(name="Phone", bt=BT, wifi=WIFI)
+        self.store_forced(name="Tablet", p2p=P2P, status=1)
+        self.client.flush()
+
+    def test_set_status_answers_each_of_its_codes_and_announces_a_change(self):
+        start = len(self.client.events)
+        self.assertEqual((3,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, -1)))
+        self.assertEqual((3,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, 2)))
+        self.assertEqual((4,), self.client.call("pxm_set_status", mac_ind_value(UNKNOWN, 1, 1)))
+        self.assertEqual((2,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, 0)))
+        self.client.flush()
+        self.assertEqual([], self.client.signals(start=start))
+
+        mark = len(self.client.events)
+        self.assertEqual((1,), self.client.call("pxm_set_status", mac_ind_value(WIFI, 2, 1)))
+        self.assertEqual([(BT, WIFI, "0", 1)],
+                         [s.value for s in self.client.wait_signals(1, start=mark)])
+        # This one is announced before it is answered.
+        self.assertLess(self.client.index("signal", qb.STATUS_CHANGED, mark),
+                        self.client.index("reply", "pxm_set_status", mark))
+        self.assertEqual((1,), self.client.call("pxm_get_status", mac_ind(BT, 1)))
+
+        start = len(self.client.events)
+        self.assertEqual((1,), self.client.call("pxm_set_status", mac_ind_value(P2P, 3, 0)))
+        self.assertEqual([("0", "0", P2P, 0)],
+                         [s.value for s in self.client.wait_signals(1, start=start)])
+        self.assertEqual((0,), self.client.call("pxm_get_status", mac_ind(P2P, 3)))
+
+    def test_mirroring_and_extended_parameters_change_only_what_they_name(self):
+        start = len(self.client.events)
+        method = "pxm_set_tv_init_mirroring_status"
+        self.assertEqual((1,), self.client.call(method, mac_ind_value(BT, 1, 7)))
+        self.assertEqual((0,), self.client.call(method, mac_ind_value(BT, 1, 7)))
+        self.assertEqual((0,), self.client.call(method, mac_ind_value(UNKNOWN, 1, 7)))
+        signals = self.client.wait_signals(1, name=qb.MIRRORING_CHANGED, start=start)
+        self.client.flush()
+        self.assertEqual([(BT, WIFI, "0", 7)], [s.value for s in signals])
+        self.assertEqual([], self.client.signals(qb.STATUS_CHANGED, start))
+        self.assertEqual(7, self.device(BT, 1)[0][7])
+
+        method = "pxm_set_device_extended_param_string"
+        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (BT, 1, "Renamed", 1))))
+        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (WIFI, 2, "zel-9", 2))))
+        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (BT, 1, "Nothing", 5))))
+        self.assertEqual((0,), self.client.call(method,
+                                                GLib.Variant("(sisi)", (UNKNOWN, 1, "X", 1))))
+        element = self.device(BT, 1)[0]
+        self.assertEqual(("Renamed", "zel-9"), (element[0], element[10]))
+        self.client.flush()
+        self.assertEqual(1, len(self.client.signals(start=start)))
+
+    def test_removals_are_answered_then_announced(self):
+        start = len(self.client.events)
+        self.assertEqual((1,), self.client.call("pxm_remove_device", mac_ind(P2P.lower(), 3)))
+        self.assertEqual([("0", "0", P2P, 3)],
+                         [s.value for s in self.client.wait_signals(1, start=start)])
+        self.assertLess(self.client.index("reply", "pxm_remove_device", start),
+                        self.client.index("signal", qb.STATUS_CHANGED, start))
+        self.assertEqual((0,), self.client.call("pxm_remove_device", mac_ind(P2P, 3)))
+        self.assertEqual((0,), self.client.call("pxm_remove_device", mac_ind(BT, 4)))
+
+        start = len(self.client.events)
+        for _ in range(2):  # also when there is nothing left to remove
+            self.assertEqual((1,), self.client.call("pxm_remove_all"))
+        signals = self.client.wait_signals(2, start=start)
+        self.assertEqual([("0", "0", "0", 4)] * 2, [s.value for s in signals])
+        self.assertLess(self.client.index("reply", "pxm_remove_all", start),
+                        self.client.index("signal", qb.STATUS_CHANGED, start))
+        self.assertEqual(([], 0), self.client.call("pxm_get_list"))
+
+
+class Robustness(BusMethodsCase):
+
+    def test_arguments_of_the_wrong_type_are_refused_by_the_bus_layer(self):
+        self.store_forced(name="Phone", bt=BT)
+        self.client.flush()
+        start = len(self.client.events)
+        wrong = [
+            ("pxm_request_access", GLib.Variant("(ssssss)", ("N", UNKNOWN, "", "", "", ""))),
+            ("pxm_request_access", GLib.Variant("(ssssssiiiiis)",
+                                                ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 1,
+                                                 "0"))),
+            ("pxm_set_status", GLib.Variant("(sis)", (BT, 1, "1"))),
+            ("pxm_set_status", GLib.Variant("(si)", (BT, 1))),
+            ("pxm_remove_device", GLib.Variant("(ii)", (1, 1))),
+            ("pxm_remove_all", GLib.Variant("(i)", (1,))),
+            ("pxm_get_status", GLib.Variant("(s)", (BT,))),
+            ("pxm_get_device", GLib.Variant("(sx)", (BT, 1))),
+            ("pxm_set_device_extended_param_string", GLib.Variant("(siii)", (BT, 1, 2, 1))),
+            ("pxm_feedback_ux", GLib.Variant("(ssssssiiiiiii)",
+                                             ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 0, 0, 0))),
+        ]
+        for method, parameters in wrong:
+            with self.subTest(method=method, signature=parameters.get_type_string()):
+                self.assertEqual(qb.INVALID_ARGS, self.client.call_error(method, parameters))
+        self.client.flush()
+        self.assertEqual([], self.client.signals(start=start))
+        elements, count = self.client.call("pxm_get_list")
+        self.assertEqual((1, "Phone", 0), (count, elements[0][0], elements[0][6]))
+        # None of them reached a handler.
+        for line in self.daemon.log.lines():
+            self.assertNotIn("called. MAC [AA:BB:CC:DD:EE:01](1) and Status", line)
+            self.assertNotIn(UNKNOWN, line)
+
+    def test_over_long_texts_are_cut_to_the_records_capacities(self):
+        self.assertEqual((0,), self.client.call("pxm_request_access", qb.record(
+            name="N" * 300, bt=BT + "-and-more", wifi="W" * 40, zel_id="Z" * 64,
+            mirroring_id="M" * 64, no_ux=1)))
+        element, found = self.device(BT, 1)
+        self.assertEqual(1, found)
+        self.assertEqual(("N" * 127, BT, "W" * 17), element[:3])
+        self.assertEqual(("Z" * 31, "M" * 31), element[10:])
+
+        # A name cut inside a two-byte character still reads back as text.
+        self.assertEqual((0,), self.client.call("pxm_request_access", qb.record(
+            name="\u00e9" * 100, bt="AA:BB:CC:DD:EE:21", no_ux=1)))
+        element, found = self.device("AA:BB:CC:DD:EE:21", 1)
+        self.assertEqual(1, found)
+        self.assertEqual("\u00e9" * 63 + "\ufffd", element[0])
+        self.assertEqual(2, self.client.call("pxm_get_list")[1])
+        self.assertIsNone(self.daemon.process.poll())
+
+
+class Quillonctl(BusMethodsCase):
+
+    def ctl(self, *args, env=None, timeout=60):
+        environment = dict(os.environ)
+        environment.update(env if env is not None else self.bus.env())
+        return subprocess.run([qh.program("quillonctl"), *map(str, args)], env=environment,
+                              capture_output=True, text=True, timeout=timeout)
+
+    def ctl_json(self, *args, status=0):
+        result = self.ctl("--json", *args)
+        self.assertEqual(status, result.returncode, result.stderr)
+        return json.loads(result.stdout)
+
+    def test_answers_are_printed_and_judged_by_the_exit_status(self):
+        out = self.ctl_json("request", "--name", "Phone", "--bt", BT, "--wifi", WIFI,
+                            "--no-ux", "1", "--zel-id", "zel-1")
+        self.assertEqual({"method": "pxm_request_access", "result": 0, "meaning": "allowed"},
+                         out)
+        self.assertEqual(0, self.ctl_json("status", BT.lower(), "bt")["result"])
+        self.assertEqual(-1, self.ctl_json("status", UNKNOWN, "bt", status=1)["result"])
+
+        found = self.ctl_json("device", WIFI, "wifi")
+        self.assertTrue(found["found"])
+        found["device"] = {key: "0" if value == "" else value
+                           for key, value in found["device"].items()}
+        self.assertEqual({"devname": "Phone", "bt_mac": BT, "wifi_mac": WIFI, "p2p_mac": "0",
+                          "devtype": 0, "devicon": 0, "devstatus": 0,
+                          "tvInitMirroringSupport": 0, "isNoUX": 1, "isUXAlways": 0,
+                          "zel_id": "zel-1", "mirroring_Id": "0"}, found["device"])
+        missing = self.ctl_json("device", UNKNOWN, "1", status=1)
+        self.assertFalse(missing["found"])
+        self.assertEqual(-1, missing["device"]["devstatus"])
+
+        listed = self.ctl_json("list")
+        self.assertEqual(1, listed["count"])
+        self.assertEqual(["Phone"], [d["devname"] for d in listed["devices"]])
+        self.assertEqual(0, self.ctl_json("list-reverse")["count"])
+
+        self.assertEqual(3, self.ctl_json("set-status", BT, "1", "-1", status=1)["result"])
+        self.assertEqual(4, self.ctl_json("set-status", UNKNOWN, "1", "1", status=1)["result"])
+        self.assertEqual(1, self.ctl_json("set-status", BT, "1", "1")["result"])
+        self.assertEqual(2, self.ctl_json("set-status", BT, "1", "1")["result"])
+        self.assertEqual(1, self.ctl_json("set-mirroring", BT, "1", "3")["result"])
+        self.assertEqual(0, self.ctl_json("set-mirroring", BT, "1", "3", status=1)["result"])
+        self.assertEqual(1, self.ctl_json("set-param", BT, "bt", "Renamed", "name")["result"])
+        self.assertEqual(0, self.ctl_json("set-param", UNKNOWN, "bt", "X", "1",
+                                          status=1)["result"])
+        self.assertEqual("Renamed", self.ctl_json("device", BT, "1")["device"]["devname"])
+
+        text = self.ctl("device", BT, "bt")
+        self.assertEqual(0, text.returncode)
+        self.assertTrue(text.stdout.startswith("Renamed  bt=" + BT), text.stdout)
+        self.assertIn("status=1 (denied)", text.stdout)
+
+        self.assertEqual(0, self.ctl_json("request-reverse", "--bt", BT, "--no-ux", "1")["result"])
+        self.assertEqual(1, self.ctl_json("remove-reverse", BT, "1")["result"])
+        self.assertEqual(0, self.ctl_json("remove-reverse", BT, "1", status=1)["result"])
+        self.assertEqual(0, self.ctl_json("remove-all-reverse")["result"])
+        self.assertEqual(1, self.ctl_json("remove", BT, "bt")["result"])
+        self.assertEqual(0, self.ctl_json("remove", BT, "bt", status=1)["result"])
+        self.assertEqual(1, self.ctl_json("remove-all")["result"])
+        self.assertEqual({"method": "pxm_feedback_ux", "answered": True},
+                         self.ctl_json("feedback", "--status", "2", "--bt", BT))
+
+    def test_bad_usage_and_an_unreachable_daemon_have_their_own_statuses(self):
+        for args in (["frobnicate"], [], ["status", BT], ["status", BT, "x"],
+                     ["set-status", BT, "1", "one"], ["list", "extra"], ["list", "--bt", BT],
+                     ["feedback", "--bt", BT], ["monitor", "--count", "0"], ["--bogus", "list"],
+                     ["status", BT, "1", "--timeout"]):
+            with self.subTest(args=args):
+                result = self.ctl(*args)
+                self.assertEqual(2, result.returncode, result.stderr)
+                self.assertTrue(result.stderr.startswith("quillonctl: "), result.stderr)
+        self.assertEqual(0, self.ctl("--help").returncode)
+        self.assertIn("exit status", self.ctl("--help").stdout)
+
+        # The daemon does not answer a feedback with a status above 2.
+        silent = self.ctl("feedback", "--status", "3", "--bt", BT, "--timeout", "2")
+        self.assertEqual(3, silent.returncode)
+        self.assertIn("no answer", silent.stderr)
+        self.assertIsNotNone(self.daemon.wait_for_log("INVALID status [3]"))
+
+        self.assertEqual(0, self.daemon.stop())
+        gone = self.ctl("list")
+        self.assertEqual(3, gone.returncode)
+        self.assertIn("not on the bus", gone.stderr)
+        no_bus = self.ctl("list", env={"DBUS_SYSTEM_BUS_ADDRESS":
+                                       f"unix:path={self.workdir}/no-such-bus"})
+        self.assertEqual(3, no_bus.returncode)
+        self.assertIn("cannot reach the system bus", no_bus.stderr)
+
+    def test_monitor_prints_each_signal_as_it_arrives(self):
+        environment = dict(os.environ)
+        environment.update(self.bus.env())
+        monitor = subprocess.Popen([qh.program("quillonctl"), "monitor", "--json", "--count", "3",
+                                    "--timeout", "60"],
+                                   env=environment, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        self.addCleanup(lambda: monitor.poll() is None and monitor.kill())
+        ready = qh.LineCollector(monitor.stderr)
+        self.assertIsNotNone(ready.wait_for("watching the signals", 15.0), ready.text())
+
+        self.store_forced(name="Phone", bt=BT, p2p=P2P)
+        self.client.call("pxm_set_tv_init_mirroring_status", mac_ind_value(P2P, 3, 1))
+        self.client.call("pxm_remove_all")
+        out, _ = monitor.communicate(timeout=30)
+        self.assertEqual(0, monitor.returncode)
+        lines = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual([
+            {"signal": qb.STATUS_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
+             "status": 0, "meaning": "allowed"},
+            {"signal": qb.MIRRORING_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
+             "tvInitMirroringSupport": 1},
+            {"signal": qb.STATUS_CHANGED, "bt_mac": "0", "wifi_mac": "0", "p2p_mac": "0",
+             "status": 4, "meaning": "all removed"},
+        ], lines)
+
+        quiet = self.ctl("monitor", "--count", "1", "--timeout", "1")
+        self.assertEqual(1, quiet.returncode, quiet.stderr)
+        self.assertEqual("", quiet.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

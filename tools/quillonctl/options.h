@@ -1,0 +1,33 @@
+// The command line of quillonctl: a command, its positional arguments and "--name value"
+// options, which may come anywhere ("--" ends the options).
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillonctl {
+
+struct Options {
+    bool help = false;
+    bool json = false;
+    std::string command;
+    std::vector<std::string> positionals;
+    // Every valued option by its name without the dashes ("timeout", "bt", ...).
+    std::map<std::string, std::string> values;
+
+    std::optional<std::string> Value(const std::string& name) const;
+};
+
+// False with *error for an unknown option or an option without its value.
+bool ParseOptions(const std::vector<std::string>& args, Options* out, std::string* error);
+
+// A decimal 32-bit integer, nothing else; false with *error naming what.
+bool ParseInt(const std::string& text, const std::string& what, int* out, std::string* error);
+
+// Which address a lookup uses: 1 (or "bt"), 2 ("wifi"), 3 ("p2p"); any other integer is
+// passed on as it is, so that the daemon's answer to it can be seen.
+bool ParseIndicator(const std::string& text, int* out, std::string* error);
+
+}  // namespace quillonctl
