@@ -108,6 +108,8 @@ TEST(Locks, EverySeventeenthFinalReleaseInTheProcessYields) {
     second.Lock();
     second.Unlock();
     EXPECT_EQ(start + 2, PXMUtil::YieldCount());
+    first.m_Semaphore.Destroy();
+    second.m_Semaphore.Destroy();
 }
 
 }  // namespace

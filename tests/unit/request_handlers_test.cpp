@@ -182,44 +182,4 @@ TEST(RequestHandlers, TheReverseListIsDecidedButNeitherAnnouncedNorWaitedFor) {
     core->DB_WaitForSaves();
 }
 
-TEST(RequestHandlers, OverLongTextsAreCutToTheRecordsCapacities) {
-    fake::Reset();
-    Client client;
-    ASSERT_TRUE(client.Ready());
-    CPXMCore* core = handler_bus::StartRegistry(client.server());
-
-    Request r = NoUxRequest();
-    r.name = std::string(200, 'n');
-    r.bt = std::string(kBt) + "XYZ";  // 20 characters: cut to the first 17
-    r.zel_id = std::string(40, 'z');
-    r.mirroring_id = std::string(40, 'm');
-    EXPECT_EQ("(0,)", client.Call(PXM_DBUS_SET_INTERFACE, "pxm_request_access", r.Variant()));
-    core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    const pxm_core_device_s& stored = core->mDeviceList[0];
-    EXPECT_EQ(std::string(127, 'n'), stored.devname);
-    EXPECT_STREQ(kBt, stored.bt_mac);
-    EXPECT_EQ(std::string(31, 'z'), stored.zel_id);
-    EXPECT_EQ(std::string(31, 'm'), stored.mirroring_Id);
-
-    // A name cut inside a multi-byte character still reads back as valid text.
-    Request wide = NoUxRequest();
-    wide.bt = "AA:BB:CC:DD:EE:51";
-    wide.wifi = "";
-    wide.name = "";
-    for (int i = 0; i < 70; ++i) {
-        wide.name += "\xc3\xa9";  // U+00E9, two bytes: byte 127 is half a character
-    }
-    EXPECT_EQ("(0,)", client.Call(PXM_DBUS_SET_INTERFACE, "pxm_request_access", wide.Variant()));
-    std::string list = client.Call(PXM_DBUS_GET_INTERFACE, "pxm_get_list");
-    std::string readable;
-    for (int i = 0; i < 63; ++i) {
-        readable += "\xc3\xa9";
-    }
-    readable += "\xef\xbf\xbd";  // the half character, replaced
-    EXPECT_NE(std::string::npos, list.find("'" + readable + "', 'AA:BB:CC:DD:EE:51'")) << list;
-    EXPECT_EQ("], 2)", list.substr(list.size() - 5)) << list;
-    core->DB_WaitForSaves();
-}
-
 }  // namespace
