@@ -11,7 +11,8 @@ devbus_start() {
         -e "s|@USER@|$(id -un)|" \
         "$QUILLON_SOURCE_DIR/data/dbus-dev-system.conf.in" >"$dir/bus.conf"
     : >"$dir/bus.address"
-    dbus-daemon --config-file="$dir/bus.conf" --nofork --print-address=3 3>"$dir/bus.address" &
+    dbus-daemon --config-file="$dir/bus.conf" --nofork --print-address=3 3>"$dir/bus.address" \
+        2>"$dir/bus.log" &
     DEVBUS_PID=$!
     local tries=0
     until [ -s "$dir/bus.address" ]; do

@@ -7,6 +7,8 @@
 
 using fake::detail::Callback;
 using fake::detail::CallScope;
+using fake::detail::Data;
+using fake::detail::Num;
 using fake::detail::Ptr;
 using fake::detail::Text;
 
@@ -17,15 +19,36 @@ int Plain(const char* fn, std::vector<std::string> args) {
     return call.scripted() ? *call.scripted() : BNR_ERROR_NONE;
 }
 
-template <typename List>
-bool RemoveHandle(List& listeners, int handle) {
-    auto it = std::find_if(listeners.begin(), listeners.end(),
-                           [handle](const auto& l) { return l.handle == handle; });
-    if (it == listeners.end()) {
-        return false;
+// Both kinds of listener draw their handles from one counter, as the service's do.
+template <typename Listener, typename Fn>
+int Register(const char* fn, std::vector<Listener> Data::*listeners, const char* client_id, Fn cb,
+             void* user_data, int* handle) {
+    CallScope call(fn, {Text(client_id), Callback(cb), Ptr(user_data), Ptr(handle)});
+    if (call.failed()) {
+        return *call.scripted();
     }
-    listeners.erase(it);
-    return true;
+    if (cb == nullptr || handle == nullptr) {
+        return BNR_ERROR_INVALID_PARAMETER;
+    }
+    *handle = call.data().next_bnr_handle++;
+    (call.data().*listeners).push_back({*handle, cb, user_data});
+    return BNR_ERROR_NONE;
+}
+
+template <typename Listener>
+int Deregister(const char* fn, std::vector<Listener> Data::*listeners, int handle) {
+    CallScope call(fn, {Num(handle)});
+    if (call.failed()) {
+        return *call.scripted();
+    }
+    std::vector<Listener>& list = call.data().*listeners;
+    auto it = std::find_if(list.begin(), list.end(),
+                           [handle](const Listener& l) { return l.handle == handle; });
+    if (it == list.end()) {
+        return call.scripted() ? *call.scripted() : BNR_ERROR_INVALID_PARAMETER;
+    }
+    list.erase(it);
+    return BNR_ERROR_NONE;
 }
 
 }  // namespace
@@ -42,53 +65,21 @@ int bnr_deinit(const char* client_id) {
 
 int bnr_trigger_callback_register(const char* client_id, bnr_trigger_cb cb, void* user_data,
                                   int* handle) {
-    CallScope call("bnr_trigger_callback_register",
-                   {Text(client_id), Callback(cb), Ptr(user_data), Ptr(handle)});
-    if (call.failed()) {
-        return *call.scripted();
-    }
-    if (cb == nullptr || handle == nullptr) {
-        return BNR_ERROR_INVALID_PARAMETER;
-    }
-    *handle = call.data().next_bnr_handle++;
-    call.data().bnr_triggers.push_back({*handle, cb, user_data});
-    return BNR_ERROR_NONE;
+    return Register("bnr_trigger_callback_register", &Data::bnr_triggers, client_id, cb, user_data,
+                    handle);
 }
 
 int bnr_trigger_callback_deregister(int handle) {
-    CallScope call("bnr_trigger_callback_deregister", {fake::detail::Num(handle)});
-    if (call.failed()) {
-        return *call.scripted();
-    }
-    if (!RemoveHandle(call.data().bnr_triggers, handle)) {
-        return call.scripted() ? *call.scripted() : BNR_ERROR_INVALID_PARAMETER;
-    }
-    return BNR_ERROR_NONE;
+    return Deregister("bnr_trigger_callback_deregister", &Data::bnr_triggers, handle);
 }
 
 int bnr_callback_register(const char* client_id, bnr_response_cb cb, void* user_data, int* handle) {
-    CallScope call("bnr_callback_register",
-                   {Text(client_id), Callback(cb), Ptr(user_data), Ptr(handle)});
-    if (call.failed()) {
-        return *call.scripted();
-    }
-    if (cb == nullptr || handle == nullptr) {
-        return BNR_ERROR_INVALID_PARAMETER;
-    }
-    *handle = call.data().next_bnr_handle++;
-    call.data().bnr_responses.push_back({*handle, cb, user_data});
-    return BNR_ERROR_NONE;
+    return Register("bnr_callback_register", &Data::bnr_responses, client_id, cb, user_data,
+                    handle);
 }
 
 int bnr_callback_deregister(int handle) {
-    CallScope call("bnr_callback_deregister", {fake::detail::Num(handle)});
-    if (call.failed()) {
-        return *call.scripted();
-    }
-    if (!RemoveHandle(call.data().bnr_responses, handle)) {
-        return call.scripted() ? *call.scripted() : BNR_ERROR_INVALID_PARAMETER;
-    }
-    return BNR_ERROR_NONE;
+    return Deregister("bnr_callback_deregister", &Data::bnr_responses, handle);
 }
 
 int bnr_backup(const char* client_id, const char* data, void* reserved) {

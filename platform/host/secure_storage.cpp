@@ -96,7 +96,7 @@ int ReadItemFile(const std::string& path, std::vector<uint8_t>* bytes, struct st
     if (rc == 0 && !S_ISREG(st->st_mode))
         rc = EISDIR;
     if (rc == 0)
-        rc = host::secure::ReadAll(fd, host::secure::kMaxItemBytes, bytes);
+        rc = host::ReadAll(fd, host::secure::kMaxItemBytes, bytes);
     close(fd);
     return rc;
 }
@@ -143,7 +143,7 @@ int ClearAllOwned(const std::string& dir, const SecureKey& key, ss_credential_s*
             result = SS_ERROR_IO;  // other owners' items just stay
     }
     if (any)
-        host::secure::FsyncDir(dir);
+        host::FsyncDir(dir);
     return result;
 }
 
@@ -288,7 +288,7 @@ int ss_clear_storage(const char* item_name, ss_credential_s* cred, int /*flags*/
     bool removed = false;
     rc = RemoveOwnedItem(dir, item_name, key, cred, &removed);
     if (removed)
-        host::secure::FsyncDir(dir);
+        host::FsyncDir(dir);
     return rc;
 }
 }

@@ -7,77 +7,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
-
 namespace host {
 namespace secure {
 
-int WriteAll(int fd, const uint8_t* data, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        ssize_t n = write(fd, data + done, size - done);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return errno;
-        }
-        if (n == 0)
-            return EIO;
-        done += static_cast<size_t>(n);
-    }
-    return 0;
-}
-
-int ReadAll(int fd, size_t max, std::vector<uint8_t>* out) {
-    out->clear();
-    uint8_t chunk[8192];
-    for (;;) {
-        ssize_t n = read(fd, chunk, sizeof(chunk));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return errno;
-        }
-        if (n == 0)
-            return 0;
-        if (out->size() + static_cast<size_t>(n) > max)
-            return EFBIG;
-        out->insert(out->end(), chunk, chunk + n);
-    }
-}
-
-int FsyncDir(const std::string& dir) {
-    int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return errno;
-    int rc = fsync(fd) == 0 ? 0 : errno;
-    close(fd);
-    return rc;
-}
-
 int ReplaceDurably(const std::string& dir, const std::string& name,
                    const std::vector<uint8_t>& bytes) {
-    // Hidden, so that it can never be taken for an item (item names never start with '.').
-    std::string tmp = dir + "/.tmp-XXXXXX";
-    std::vector<char> path(tmp.begin(), tmp.end());
-    path.push_back('\0');
-    int fd = mkostemp(path.data(), O_CLOEXEC);
-    if (fd < 0)
-        return errno;
-
-    int rc = WriteAll(fd, bytes.data(), bytes.size());
-    if (rc == 0 && fsync(fd) != 0)
-        rc = errno;
-    if (close(fd) != 0 && rc == 0)
-        rc = errno;
-    if (rc == 0 && rename(path.data(), (dir + "/" + name).c_str()) != 0)
-        rc = errno;
-    if (rc != 0) {
-        unlink(path.data());
-        return rc;
-    }
-    return FsyncDir(dir);
+    // The temporary name is hidden, so it is never taken for an item (item names never
+    // start with '.').
+    int rc = ReplaceFile(dir, name, bytes.data(), bytes.size(), true);
+    return rc != 0 ? rc : FsyncDir(dir);
 }
 
 std::string AsideName(const std::string& name, time_t when, int n) {

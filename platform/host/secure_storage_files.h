@@ -1,4 +1,4 @@
-// File handling behind secure storage: durable replace, bounded reads, keeping damage aside.
+// File handling behind secure storage: durable replace, keeping damage aside, the lock file.
 #pragma once
 
 #include <sys/types.h>
@@ -9,16 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "whole_file.h"
+
 namespace host {
 namespace secure {
-
-// Writes everything, riding out short writes and EINTR. 0 or an errno value.
-int WriteAll(int fd, const uint8_t* data, size_t size);
-
-// Reads the whole file behind fd, at most max bytes (EFBIG when longer). 0 or an errno value.
-int ReadAll(int fd, size_t max, std::vector<uint8_t>* out);
-
-int FsyncDir(const std::string& dir);
 
 // Temporary file in dir, fsync, rename over dir/name, fsync dir. On failure before the rename
 // the temporary file is removed and dir/name is untouched. 0 or an errno value.

@@ -1,9 +1,6 @@
 #include "settings_store.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -13,6 +10,7 @@
 #include "platform_root.h"
 #include "settings_key.h"
 #include "vconf.h"
+#include "whole_file.h"
 
 namespace host {
 namespace settings {
@@ -21,42 +19,6 @@ namespace {
 
 // A setting is a few bytes; anything far larger is not one of ours.
 constexpr size_t kMaxFileSize = 1 << 20;
-
-bool ReadWhole(const std::string& path, std::string* content) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    content->clear();
-    char buffer[4096];
-    bool ok = true;
-    for (;;) {
-        ssize_t n = read(fd, buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 || content->size() + static_cast<size_t>(n) > kMaxFileSize) {
-            ok = false;
-            break;
-        }
-        if (n == 0)
-            break;
-        content->append(buffer, static_cast<size_t>(n));
-    }
-    close(fd);
-    return ok;
-}
-
-bool WriteWhole(int fd, const std::string& content) {
-    size_t done = 0;
-    while (done < content.size()) {
-        ssize_t n = write(fd, content.data() + done, content.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
 
 // The number in an int or bool file: decimal, one optional trailing line feed.
 bool ParseNumber(std::string text, long min, long max, int* number) {
@@ -110,14 +72,6 @@ std::string Serialize(const Value& value) {
     return "string\n" + value.text;
 }
 
-void SyncDirectory(const std::string& dir) {
-    int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    fsync(fd);
-    close(fd);
-}
-
 }  // namespace
 
 std::string DirectoryPath() {
@@ -132,7 +86,7 @@ bool Read(const std::string& key, Value* value) {
     if (!IsValidKey(key.c_str()))
         return false;
     std::string content;
-    if (!ReadWhole(DirectoryPath() + "/" + KeyToFileName(key), &content))
+    if (!ReadSmallFile(DirectoryPath() + "/" + KeyToFileName(key), kMaxFileSize, &content))
         return false;
     return Parse(content, value);
 }
@@ -143,20 +97,10 @@ bool Write(const std::string& key, const Value& value) {
     std::string dir = EnsureDirectory();
     if (dir.empty())
         return false;
-    // Temporary names start with '.', which no key's file name does, so watchers skip them.
-    std::string temp = dir + "/.tmp-XXXXXX";
-    int fd = mkostemp(&temp[0], O_CLOEXEC);
-    if (fd < 0)
+    const std::string content = Serialize(value);
+    if (ReplaceFile(dir, KeyToFileName(key), content.data(), content.size(), true) != 0)
         return false;
-    bool ok = WriteWhole(fd, Serialize(value)) && fsync(fd) == 0;
-    ok = (close(fd) == 0) && ok;
-    if (ok)
-        ok = rename(temp.c_str(), (dir + "/" + KeyToFileName(key)).c_str()) == 0;
-    if (!ok) {
-        unlink(temp.c_str());
-        return false;
-    }
-    SyncDirectory(dir);
+    FsyncDir(dir);
     return true;
 }
 
@@ -166,7 +110,7 @@ bool Remove(const std::string& key) {
     std::string dir = DirectoryPath();
     if (unlink((dir + "/" + KeyToFileName(key)).c_str()) != 0)
         return false;
-    SyncDirectory(dir);
+    FsyncDir(dir);
     return true;
 }
 

@@ -3,38 +3,32 @@
 #include "missing_service.h"
 
 namespace {
-void Warn(const char* function) {
+// Says once per function that the service is missing; Wi-Fi looks absent.
+int NotSupported(const char* function) {
     host::WarnMissingService("Wi-Fi service", function);
+    return WIFI_ERROR_NOT_SUPPORTED;
 }
 }  // namespace
 
 extern "C" int wifi_initialize(void) {
-    Warn(__func__);
-    return WIFI_ERROR_NOT_SUPPORTED;
+    return NotSupported(__func__);
 }
 
 extern "C" int wifi_deinitialize(void) {
-    Warn(__func__);
-    return WIFI_ERROR_NOT_SUPPORTED;
+    return NotSupported(__func__);
 }
 
-extern "C" int wifi_set_connection_state_changed_cb(wifi_connection_state_changed_cb callback,
-                                                    void* user_data) {
-    (void)callback;
-    (void)user_data;
-    Warn(__func__);
-    return WIFI_ERROR_NOT_SUPPORTED;
+extern "C" int wifi_set_connection_state_changed_cb(wifi_connection_state_changed_cb /*callback*/,
+                                                    void* /*user_data*/) {
+    return NotSupported(__func__);
 }
 
 extern "C" int wifi_unset_connection_state_changed_cb(void) {
-    Warn(__func__);
-    return WIFI_ERROR_NOT_SUPPORTED;
+    return NotSupported(__func__);
 }
 
-extern "C" int wifi_ap_get_essid(wifi_ap_h ap, char** essid) {
-    (void)ap;
+extern "C" int wifi_ap_get_essid(wifi_ap_h /*ap*/, char** essid) {
     if (essid)
         *essid = nullptr;
-    Warn(__func__);
-    return WIFI_ERROR_NOT_SUPPORTED;
+    return NotSupported(__func__);
 }

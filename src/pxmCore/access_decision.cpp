@@ -1,34 +1,18 @@
 // The access-request decision: store the proposed verdict at once, let a stored denial
 // stand, or ask the user through the prompt application.
-#include <strings.h>
-
 #include "CPXMCore.h"
 #include "aov.h"
+#include "device_lists.h"
 #include "device_power.h"
 #include "pxm_log.h"
+#include "record_addresses.h"
 #include "system_info.h"
 
 namespace {
 
-// A record shares an address with the request when any of the request's valid addresses
-// equals the record's address of the same kind; invalid ones never match.
-struct RequestAddresses {
-    const pxm_core_device_s* dev;
-    bool bt;
-    bool wifi;
-    bool p2p;
-
-    bool Matches(const pxm_core_device_s& rec) const {
-        return (bt && strncasecmp(dev->bt_mac, rec.bt_mac, PXM_MAC_LEN) == 0) ||
-               (wifi && strncasecmp(dev->wifi_mac, rec.wifi_mac, PXM_MAC_LEN) == 0) ||
-               (p2p && strncasecmp(dev->p2p_mac, rec.p2p_mac, PXM_MAC_LEN) == 0);
-    }
-};
-
-RequestAddresses ValidAddresses(CPXMCore& core, const pxm_core_device_s* dev) {
-    return {dev, core.UTIL_CheckValidMAC(dev->bt_mac), core.UTIL_CheckValidMAC(dev->wifi_mac),
-            core.UTIL_CheckValidMAC(dev->p2p_mac)};
-}
+using pxm_addr::RequestAddresses;
+using pxm_addr::ValidAddresses;
+using pxm_registry::ListFor;
 
 // Copies the first record of `list` that shares an address with the request into `found`.
 // The lock is held for the scan only, never across platform calls.
@@ -45,10 +29,6 @@ bool FindShared(CPXMCore& core, const std::vector<pxm_core_device_s>& list,
     }
     core.mPXMLock.Unlock();
     return hit;
-}
-
-std::vector<pxm_core_device_s>& ListFor(CPXMCore& core, dev_save_type save) {
-    return save == PXM_SAVE_NORMAL ? core.mDeviceList : core.mReverseDeviceList;
 }
 
 // The stored verdict of the requesting device, -1 when it is not in the chosen list.

@@ -21,9 +21,9 @@ using AddressText = char[19];
 
 void StoreAddresses(pxm_core_device_s* dev, const AddressText& bt, const AddressText& wifi,
                     const AddressText& p2p) {
-    pxm_persist::CopyField(dev->bt_mac, bt);
-    pxm_persist::CopyField(dev->wifi_mac, wifi);
-    pxm_persist::CopyField(dev->p2p_mac, p2p);
+    pxm_text::CopyField(dev->bt_mac, bt);
+    pxm_text::CopyField(dev->wifi_mac, wifi);
+    pxm_text::CopyField(dev->p2p_mac, p2p);
 }
 
 }  // namespace

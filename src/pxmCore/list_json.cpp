@@ -12,19 +12,17 @@
 
 namespace {
 
-std::string FieldText(const char* field, std::size_t capacity) {
-    return std::string(field, strnlen(field, capacity));
-}
+using pxm_text::FieldString;
 
 // Every member is assigned each time, so the one reused item carries nothing of the record
 // before it.
 void FillItem(Json::Value& item, const pxm_core_device_s& dev) {
-    item["devname"] = FieldText(dev.devname, sizeof(dev.devname));
-    item["bt_mac"] = FieldText(dev.bt_mac, sizeof(dev.bt_mac));
-    item["wifi_mac"] = FieldText(dev.wifi_mac, sizeof(dev.wifi_mac));
-    item["p2p_mac"] = FieldText(dev.p2p_mac, sizeof(dev.p2p_mac));
-    item["zel_id"] = FieldText(dev.zel_id, sizeof(dev.zel_id));
-    item["mirroring_Id"] = FieldText(dev.mirroring_Id, sizeof(dev.mirroring_Id));
+    item["devname"] = FieldString(dev.devname);
+    item["bt_mac"] = FieldString(dev.bt_mac);
+    item["wifi_mac"] = FieldString(dev.wifi_mac);
+    item["p2p_mac"] = FieldString(dev.p2p_mac);
+    item["zel_id"] = FieldString(dev.zel_id);
+    item["mirroring_Id"] = FieldString(dev.mirroring_Id);
     item["devtype"] = Json::Value(static_cast<Json::Int>(dev.devtype));
     item["devicon"] = Json::Value(static_cast<Json::Int>(dev.devicon));
     item["devstatus"] = Json::Value(static_cast<Json::Int>(dev.devstatus));
@@ -41,15 +39,15 @@ void LogItem(const pxm_core_device_s& dev) {
     CORE_LOG_FN("Util_GetJsonStringForDeviceList", DLOG_INFO,
                 "[DBusServer] Device Name [%s] status [%d] TvInitMirroringSupport [%d] "
                 "iIsNoUX[%d] and iIsUXAlways[%d]",
-                FieldText(dev.devname, sizeof(dev.devname)).c_str(), dev.devstatus,
-                dev.tvInitMirroringSupport, dev.isNoUX, dev.isUXAlways);
+                FieldString(dev.devname).c_str(), dev.devstatus, dev.tvInitMirroringSupport,
+                dev.isNoUX, dev.isUXAlways);
 }
 
 // A missing or null member reads as the placeholder "0", like an absent address.
 template <std::size_t N>
 void ReadText(char (&field)[N], const Json::Value& item, const char* key) {
     const Json::Value& member = item[key];
-    pxm_persist::CopyField(field, member.isNull() ? "0" : member.asCString());
+    pxm_text::CopyField(field, member.isNull() ? "0" : member.asCString());
 }
 
 }  // namespace

@@ -116,7 +116,7 @@ int CPXMCore::DB_OpenFile() {
                 UTIL_CheckAndUpdateKeyType(&dev);
             }
             if (format != pxm_legacy::Format::kVersion1) {
-                pxm_persist::CopyField(dev.zel_id, "0");
+                pxm_text::CopyField(dev.zel_id, "0");
             }
             // A record whose closing tag is missing took nothing: it ends the data too,
             // or the walk would never move on.

@@ -1,12 +1,13 @@
 // Adding a device to a list: duplicate detection and merging, the new-device path, the
 // wake-up tables, and the capacity check of the Bluetooth power-on table.
-#include <strings.h>
-
 #include <cstring>
 #include <string>
 
 #include "CPXMCore.h"
+#include "bounded_copy.h"
+#include "device_lists.h"
 #include "pxm_log.h"
+#include "record_addresses.h"
 
 namespace {
 
@@ -14,18 +15,6 @@ const char* const kAddFn = "INTERNAL_AddDevice";
 const char* const kBtFullFn = "UTIL_CheckBTFull";
 // More Bluetooth entries than this (by the counting rule below) evict the oldest one.
 const int kHeadlessLimit = 5;
-
-// Bounded copy with a forced terminating NUL: over-long input is cut, never rejected.
-template <size_t N>
-void CopyText(char (&dst)[N], const char* src) {
-    size_t len = strnlen(src, N - 1);
-    memcpy(dst, src, len);
-    memset(dst + len, 0, N - len);
-}
-
-bool SameAddress(bool requestValid, const char* request, const char* stored) {
-    return requestValid && strncasecmp(request, stored, PXM_MAC_LEN) == 0;
-}
 
 const char* MatchText(bool matched) {
     return matched ? "Matched" : "Unmatched";
@@ -35,9 +24,7 @@ const char* MatchText(bool matched) {
 // and folds every further such record into it; false when no record matched.
 bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
                         std::vector<pxm_core_device_s>& list) {
-    bool btValid = core.UTIL_CheckValidMAC(dev->bt_mac);
-    bool wifiValid = core.UTIL_CheckValidMAC(dev->wifi_mac);
-    bool p2pValid = core.UTIL_CheckValidMAC(dev->p2p_mac);
+    const pxm_addr::RequestAddresses req = pxm_addr::ValidAddresses(core, dev);
 
     core.mPXMLock.Lock();
     size_t target = list.size();
@@ -45,9 +32,9 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
     while (i < list.size()) {
         pxm_core_device_s& rec = list[i];
         // Later records are matched against the request, not against the merged target.
-        bool btMatch = SameAddress(btValid, dev->bt_mac, rec.bt_mac);
-        bool wifiMatch = SameAddress(wifiValid, dev->wifi_mac, rec.wifi_mac);
-        bool p2pMatch = SameAddress(p2pValid, dev->p2p_mac, rec.p2p_mac);
+        bool btMatch = req.BtMatches(rec);
+        bool wifiMatch = req.WifiMatches(rec);
+        bool p2pMatch = req.P2pMatches(rec);
         if (!btMatch && !wifiMatch && !p2pMatch) {
             i++;
             continue;
@@ -57,9 +44,9 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
             target = i;
             // Matching on every valid address means the caller already knows this device:
             // no status-changed signal, whatever else the merge changes.
-            bool allMatched = btMatch == btValid && wifiMatch == wifiValid && p2pMatch == p2pValid;
-            CORE_LOG_FN(kAddFn, DLOG_INFO, "\t *** [%d:%s][%d:%s][%d:%s] = << %s >> ***", btValid,
-                        MatchText(btMatch), wifiValid, MatchText(wifiMatch), p2pValid,
+            bool allMatched = btMatch == req.bt && wifiMatch == req.wifi && p2pMatch == req.p2p;
+            CORE_LOG_FN(kAddFn, DLOG_INFO, "\t *** [%d:%s][%d:%s][%d:%s] = << %s >> ***", req.bt,
+                        MatchText(btMatch), req.wifi, MatchText(wifiMatch), req.p2p,
                         MatchText(p2pMatch), allMatched ? "NO CB" : "CB");
             core.m_bNoDataChanged = allMatched;
             CORE_LOG_FN(kAddFn, DLOG_WARN,
@@ -73,23 +60,16 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
                 strncmp(rec.devname, dev->devname, PXM_DEVNAME_LEN - 1) != 0) {
                 CORE_LOG_FN(kAddFn, DLOG_INFO, "Device Name is overwritten [%s] >> [%s]",
                             rec.devname, dev->devname);
-                CopyText(rec.devname, dev->devname);
+                pxm_text::CopyField(rec.devname, dev->devname);
             }
-            if (btValid) {
-                CopyText(rec.bt_mac, dev->bt_mac);
-            }
-            if (wifiValid) {
-                CopyText(rec.wifi_mac, dev->wifi_mac);
-            }
-            if (p2pValid) {
-                CopyText(rec.p2p_mac, dev->p2p_mac);
-            }
+            // The request's valid addresses replace the stored ones.
+            pxm_addr::CopyValidAddresses(core, *dev, &rec);
             // An empty identifier is accepted, so it clears the stored one.
             if (core.UTIL_CheckValidId(dev->zel_id)) {
-                CopyText(rec.zel_id, dev->zel_id);
+                pxm_text::CopyField(rec.zel_id, dev->zel_id);
             }
             if (core.UTIL_CheckValidId(dev->mirroring_Id)) {
-                CopyText(rec.mirroring_Id, dev->mirroring_Id);
+                pxm_text::CopyField(rec.mirroring_Id, dev->mirroring_Id);
             }
             if (dev->devtype != 0) {
                 rec.devtype = dev->devtype;
@@ -122,22 +102,14 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
                     rec.mirroring_Id, rec.devtype, rec.devicon, rec.devstatus,
                     rec.tvInitMirroringSupport);
         if (!core.UTIL_CheckValidName(into.devname)) {
-            CopyText(into.devname, rec.devname);
+            pxm_text::CopyField(into.devname, rec.devname);
         }
-        if (core.UTIL_CheckValidMAC(rec.bt_mac)) {
-            CopyText(into.bt_mac, rec.bt_mac);
-        }
-        if (core.UTIL_CheckValidMAC(rec.wifi_mac)) {
-            CopyText(into.wifi_mac, rec.wifi_mac);
-        }
-        if (core.UTIL_CheckValidMAC(rec.p2p_mac)) {
-            CopyText(into.p2p_mac, rec.p2p_mac);
-        }
+        pxm_addr::CopyValidAddresses(core, rec, &into);
         if (core.UTIL_CheckValidId(rec.zel_id)) {
-            CopyText(into.zel_id, rec.zel_id);
+            pxm_text::CopyField(into.zel_id, rec.zel_id);
         }
         if (core.UTIL_CheckValidId(rec.mirroring_Id)) {
-            CopyText(into.mirroring_Id, rec.mirroring_Id);
+            pxm_text::CopyField(into.mirroring_Id, rec.mirroring_Id);
         }
         if (rec.devtype != 0) {
             into.devtype = rec.devtype;
@@ -158,14 +130,11 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
     core.DB_Save();
     core.mPXMLock.Unlock();
 
-    // Unlike a new device, a merge updates the tables for the reverse list too.
-    if (dev->devstatus == PXM_DEV_ALLOWED) {
-        core.INTERNAL_ControlExternalDB(merged.bt_mac, merged.wifi_mac, PXM_CTRL_EXT_ALLOW);
-    } else if (dev->devstatus == PXM_DEV_DENIED) {
-        core.INTERNAL_ControlExternalDB(merged.bt_mac, merged.wifi_mac, PXM_CTRL_EXT_REMOVE);
-    } else {
-        CORE_LOG_FN(kAddFn, DLOG_ERROR, "INVALID Status [%d]", dev->devstatus);
-    }
+    // Unlike a new device, a merge updates the tables for the reverse list too. Only allowed
+    // and denied requests get this far.
+    core.INTERNAL_ControlExternalDB(
+        merged.bt_mac, merged.wifi_mac,
+        dev->devstatus == PXM_DEV_ALLOWED ? PXM_CTRL_EXT_ALLOW : PXM_CTRL_EXT_REMOVE);
 
     int32_t requestDyType = dev->dy_type;
     *dev = merged;
@@ -218,8 +187,7 @@ void CheckBTFull(CPXMCore& core, const pxm_core_device_s* dev) {
 
 bool CPXMCore::INTERNAL_AddDevice(pxm_core_device_s* dev, dev_save_type save) {
     CORE_LOGI("Save type = [%d]", save);
-    std::vector<pxm_core_device_s>& list =
-        save == PXM_SAVE_NORMAL ? mDeviceList : mReverseDeviceList;
+    std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
     int n = static_cast<int>(list.size());
     m_bNoDataChanged = false;
 
@@ -265,10 +233,6 @@ bool CPXMCore::INTERNAL_AddDevice(pxm_core_device_s* dev, dev_save_type save) {
     }
     if (dev->devstatus == PXM_DEV_DENIED) {
         INTERNAL_ControlExternalDB(dev->bt_mac, dev->wifi_mac, PXM_CTRL_EXT_REMOVE);
-        return true;
-    }
-    if (dev->devstatus != PXM_DEV_ALLOWED) {
-        CORE_LOGE("INVALID Status [%d]", dev->devstatus);
         return true;
     }
 

@@ -6,17 +6,12 @@
 #include <cstring>
 
 #include "CPXMCore.h"
+#include "bounded_copy.h"
+#include "device_lists.h"
 #include "pxm_log.h"
+#include "record_addresses.h"
 
 namespace {
-
-// Bounded copy with a forced terminating NUL: over-long input is cut, never rejected.
-template <size_t N>
-void CopyText(char (&dst)[N], const char* src) {
-    size_t len = strnlen(src, N - 1);
-    memcpy(dst, src, len);
-    memset(dst + len, 0, N - len);
-}
 
 const char* AddressFor(const pxm_core_device_s& rec, pxm_tech_ind_e ind) {
     switch (ind) {
@@ -35,8 +30,7 @@ const char* AddressFor(const pxm_core_device_s& rec, pxm_tech_ind_e ind) {
 
 bool CPXMCore::CMD_GetDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_device_s* out,
                              dev_save_type save) {
-    std::vector<pxm_core_device_s>& list =
-        save == PXM_SAVE_NORMAL ? mDeviceList : mReverseDeviceList;
+    std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
     if (list.empty()) {
         CORE_LOGE("Input Count is null");
         return false;
@@ -72,8 +66,7 @@ bool CPXMCore::CMD_GetDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_devic
 }
 
 bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_type save) {
-    std::vector<pxm_core_device_s>& source =
-        save == PXM_SAVE_NORMAL ? mDeviceList : mReverseDeviceList;
+    std::vector<pxm_core_device_s>& source = pxm_registry::ListFor(*this, save);
     size_t n = source.size();
     CORE_LOGI("DB type [%d]", save);
     if (n == 0) {
@@ -96,10 +89,10 @@ bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_
     for (size_t i = 0; i < copied; i++) {
         const pxm_core_device_s& rec = source[i];
         pxm_core_device_s& copy = copies[i];
-        CopyText(copy.devname, rec.devname);
-        CopyText(copy.bt_mac, rec.bt_mac);
-        CopyText(copy.wifi_mac, rec.wifi_mac);
-        CopyText(copy.p2p_mac, rec.p2p_mac);
+        pxm_text::CopyField(copy.devname, rec.devname);
+        pxm_text::CopyField(copy.bt_mac, rec.bt_mac);
+        pxm_text::CopyField(copy.wifi_mac, rec.wifi_mac);
+        pxm_text::CopyField(copy.p2p_mac, rec.p2p_mac);
         copy.devtype = rec.devtype;
         copy.devicon = rec.devicon;
         copy.devstatus = rec.devstatus;
@@ -109,8 +102,8 @@ bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_
         copy.accessTime = rec.accessTime;
         copy.updated = rec.updated;
         copy.keyType = rec.keyType;
-        CopyText(copy.zel_id, rec.zel_id);
-        CopyText(copy.mirroring_Id, rec.mirroring_Id);
+        pxm_text::CopyField(copy.zel_id, rec.zel_id);
+        pxm_text::CopyField(copy.mirroring_Id, rec.mirroring_Id);
         // dy_type is not handed out: it stays 0 in the copy.
         CORE_LOGI("#%2d ################################## [devKeyType][%d]", static_cast<int>(i),
                   copy.keyType);
@@ -125,8 +118,7 @@ bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_
 
 bool CPXMCore::INTERNAL_RemoveDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_device_s* out,
                                      dev_save_type save) {
-    std::vector<pxm_core_device_s>& list =
-        save == PXM_SAVE_NORMAL ? mDeviceList : mReverseDeviceList;
+    std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
     if (list.empty()) {
         CORE_LOGW("Currrently no data to remove");
         return false;
@@ -149,15 +141,7 @@ bool CPXMCore::INTERNAL_RemoveDevice(const char* mac, pxm_tech_ind_e ind, pxm_co
 
     const pxm_core_device_s& rec = list[found];
     // The caller gets only what identifies the removed device, for its signal and backup.
-    if (UTIL_CheckValidMAC(rec.bt_mac)) {
-        strncpy(out->bt_mac, rec.bt_mac, PXM_MAC_LEN);
-    }
-    if (UTIL_CheckValidMAC(rec.wifi_mac)) {
-        strncpy(out->wifi_mac, rec.wifi_mac, PXM_MAC_LEN);
-    }
-    if (UTIL_CheckValidMAC(rec.p2p_mac)) {
-        strncpy(out->p2p_mac, rec.p2p_mac, PXM_MAC_LEN);
-    }
+    pxm_addr::CopyValidAddresses(*this, rec, out);
     out->keyType = rec.keyType;
 
     // Only the normal list is mirrored in the wake-up tables.

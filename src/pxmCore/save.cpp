@@ -17,7 +17,7 @@ namespace {
 // A line break would have split a record of the old line formats; the name ends at the first.
 template <std::size_t N>
 void CutAtLineBreak(char (&field)[N]) {
-    std::size_t len = pxm_persist::FieldLength(field);
+    std::size_t len = pxm_text::FieldLength(field);
     for (std::size_t i = 0; i < len; ++i) {
         if (field[i] == '\r' || field[i] == '\n') {
             field[i] = '\0';

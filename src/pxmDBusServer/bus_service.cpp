@@ -12,21 +12,25 @@ namespace {
 // The object is registered at most once, however often the bus is acquired.
 bool bAcquired = false;
 
+// The twelve arguments of a full device record: the request methods and the prompt's answer.
+#define PXM_RECORD_ARGS                                              \
+    "<arg type='s' name='sDevName' direction='in' />"                \
+    "<arg type='s' name='sBtMac' direction='in' />"                  \
+    "<arg type='s' name='sWifiMAC' direction='in' />"                \
+    "<arg type='s' name='sP2pMAC' direction='in' />"                 \
+    "<arg type='s' name='sZelId' direction='in' />"                  \
+    "<arg type='s' name='sMirroringId' direction='in' />"            \
+    "<arg type='i' name='eDevType' direction='in' />"                \
+    "<arg type='i' name='eDevIcon' direction='in' />"                \
+    "<arg type='i' name='eStatus' direction='in' />"                 \
+    "<arg type='i' name='eTvInitMirroringSupport' direction='in' />" \
+    "<arg type='i' name='iIsNoUX' direction='in' />"                 \
+    "<arg type='i' name='iIsUXAlways' direction='in' />"
+
 const char kIntrospectionXml[] =
     "<node>"
     "<interface name='org.nuvak.quillon.SetInterface'>"
-    "<method name='pxm_request_access'><arg type='s' name='sDevName' direction='in' />"
-    "<arg type='s' name='sBtMac' direction='in' />"
-    "<arg type='s' name='sWifiMAC' direction='in' />"
-    "<arg type='s' name='sP2pMAC' direction='in' />"
-    "<arg type='s' name='sZelId' direction='in' />"
-    "<arg type='s' name='sMirroringId' direction='in' />"
-    "<arg type='i' name='eDevType' direction='in' />"
-    "<arg type='i' name='eDevIcon' direction='in' />"
-    "<arg type='i' name='eStatus' direction='in' />"
-    "<arg type='i' name='eTvInitMirroringSupport' direction='in' />"
-    "<arg type='i' name='iIsNoUX' direction='in' />"
-    "<arg type='i' name='iIsUXAlways' direction='in' />"
+    "<method name='pxm_request_access'>" PXM_RECORD_ARGS
     "<arg type='i' name='b_ret' direction='out' /></method>"
     "<method name='pxm_set_status'><arg type='s' name='MAC' direction='in' />"
     "<arg type='i' name='IND' direction='in' />"
@@ -45,19 +49,7 @@ const char kIntrospectionXml[] =
     "<arg type='s' name='param' direction='in' />"
     "<arg type='i' name='param_type' direction='in' />"
     "<arg type='i' name='b_ret' direction='out' /></method>"
-    "<method name='pxm_request_access_reverse'>"
-    "<arg type='s' name='sDevName' direction='in' />"
-    "<arg type='s' name='sBtMac' direction='in' />"
-    "<arg type='s' name='sWifiMAC' direction='in' />"
-    "<arg type='s' name='sP2pMAC' direction='in' />"
-    "<arg type='s' name='sZelId' direction='in' />"
-    "<arg type='s' name='sMirroringId' direction='in' />"
-    "<arg type='i' name='eDevType' direction='in' />"
-    "<arg type='i' name='eDevIcon' direction='in' />"
-    "<arg type='i' name='eStatus' direction='in' />"
-    "<arg type='i' name='eTvInitMirroringSupport' direction='in' />"
-    "<arg type='i' name='iIsNoUX' direction='in' />"
-    "<arg type='i' name='iIsUXAlways' direction='in' />"
+    "<method name='pxm_request_access_reverse'>" PXM_RECORD_ARGS
     "<arg type='i' name='b_ret' direction='out' /></method>"
     "<method name='pxm_remove_device_reverse'><arg type='s' name='MAC' direction='in' />"
     "<arg type='i' name='IND' direction='in' />"
@@ -85,18 +77,8 @@ const char kIntrospectionXml[] =
     "<arg type='i' name='b_ret' direction='out' /></method>"
     "</interface>"
     "<interface name='org.nuvak.quillon.UxInterface'>"
-    "<method name='pxm_feedback_ux'><arg type='s' name='sDevName' direction='in' />"
-    "<arg type='s' name='sBtMac' direction='in' />"
-    "<arg type='s' name='sWifiMAC' direction='in' />"
-    "<arg type='s' name='sP2pMAC' direction='in' />"
-    "<arg type='s' name='sZelId' direction='in' />"
-    "<arg type='s' name='sMirroringId' direction='in' />"
-    "<arg type='i' name='eDevType' direction='in' />"
-    "<arg type='i' name='eDevIcon' direction='in' />"
-    "<arg type='i' name='eStatus' direction='in' />"
-    "<arg type='i' name='eTvInitMirroringSupport' direction='in' />"
-    "<arg type='i' name='iIsNoUX' direction='in' />"
-    "<arg type='i' name='iIsUXAlways' direction='in' /></method>"
+    "<method name='pxm_feedback_ux'>" PXM_RECORD_ARGS
+    "</method>"
     "<signal name='pxm_signal_status_changed'><arg type='s' name='BTMAC' />"
     "<arg type='s' name='WIFIMAC' /><arg type='s' name='P2PMAC' />"
     "<arg type='i' name='eStatus' /></signal>"
@@ -105,6 +87,20 @@ const char kIntrospectionXml[] =
     "<arg type='i' name='tvInitMirroringStatus' /></signal>"
     "</interface>"
     "</node>";
+
+// The three interfaces in the order of the introspection data: where each registration id
+// is kept, the step's short name in failure lines, and the success line.
+struct InterfaceStep {
+    guint PXMDBusServer::*id;
+    const char* name;
+    const char* done_text;
+};
+
+const InterfaceStep kInterfaceSteps[] = {
+    {&PXMDBusServer::m_nSetRegId, "SET", "[DBusServer] SetInterface succeed (1/3)"},
+    {&PXMDBusServer::m_nGetRegId, "GET", "[DBusServer] GetInterface succeed (2/3)"},
+    {&PXMDBusServer::m_nUxRegId, "UX", "[DBusServer]  UxInterface succeed (3/3)"},
+};
 
 }  // namespace
 
@@ -177,14 +173,12 @@ void* PXMDBusServer::m_Listener(void* instance) {
     SRV_LOGW("m_Listener exit");
     g_bus_unown_name(owner_id);
     g_dbus_node_info_unref(pInstance->m_pIntrospection);
-    if (pInstance->m_Connection != nullptr) {
-        g_dbus_connection_unregister_object(pInstance->m_Connection, pInstance->m_nSetRegId);
-        g_dbus_connection_unregister_object(pInstance->m_Connection, pInstance->m_nGetRegId);
-        g_dbus_connection_unregister_object(pInstance->m_Connection, pInstance->m_nUxRegId);
+    for (const InterfaceStep& step : kInterfaceSteps) {
+        if (pInstance->m_Connection != nullptr) {
+            g_dbus_connection_unregister_object(pInstance->m_Connection, pInstance->*step.id);
+        }
+        pInstance->*step.id = 0;
     }
-    pInstance->m_nSetRegId = 0;
-    pInstance->m_nGetRegId = 0;
-    pInstance->m_nUxRegId = 0;
     g_main_loop_unref(pInstance->m_pLoop);
     g_main_context_unref(context);
     return nullptr;
@@ -192,18 +186,20 @@ void* PXMDBusServer::m_Listener(void* instance) {
 
 namespace {
 
-// Registers one interface of the node info on the object path. On failure it logs the
-// step's text (as the bus-acquired callback) and returns 0; earlier registrations stay.
-guint RegisterInterface(PXMDBusServer* server, GDBusConnection* connection, int index,
-                        const char* error_text, const char* id_error_text) {
+// Registers interface `index` of the node info on the object path. On failure it logs the
+// step's line (as the bus-acquired callback) and returns 0; earlier registrations stay.
+guint RegisterInterface(PXMDBusServer* server, GDBusConnection* connection, int index) {
     GError* error = nullptr;
     GDBusNodeInfo* node =
         static_cast<GDBusNodeInfo*>(g_atomic_pointer_get(&server->m_pIntrospection));
     guint id =
         g_dbus_connection_register_object(connection, PXM_DBUS_PATH, node->interfaces[index],
                                           &server->m_InterfaceVtable, server, nullptr, &error);
+    const int step = index + 1;
+    const char* name = kInterfaceSteps[index].name;
     if (error != nullptr) {
-        PXM_LOG_AT("PXM_LOG", "pxmDBusServer", "m_OnBusAcquired", DLOG_ERROR, "%s%s", error_text,
+        PXM_LOG_AT("PXM_LOG", "pxmDBusServer", "m_OnBusAcquired", DLOG_ERROR,
+                   "[DBusServer] STEP %d -> %s:register object error, the path %s", step, name,
                    PXM_DBUS_PATH);
         if (id != 0) {
             g_dbus_connection_unregister_object(connection, id);
@@ -212,9 +208,9 @@ guint RegisterInterface(PXMDBusServer* server, GDBusConnection* connection, int 
         return 0;
     }
     if (id == 0) {
-        PXM_LOG_AT("PXM_LOG", "pxmDBusServer", "m_OnBusAcquired", DLOG_ERROR, "%s%s", id_error_text,
-                   PXM_DBUS_PATH);
-        return 0;
+        PXM_LOG_AT("PXM_LOG", "pxmDBusServer", "m_OnBusAcquired", DLOG_ERROR,
+                   "[DBusServer] STEP %d -> %s:register object return id error, the path %s", step,
+                   name, PXM_DBUS_PATH);
     }
     return id;
 }
@@ -236,29 +232,14 @@ void PXMDBusServer::m_OnBusAcquired(GDBusConnection* connection, const gchar* /*
     pInstance->m_Connection = connection;
     SRV_LOGI("[DBusServer] m_Connection succeed %d", connection != nullptr);
 
-    pInstance->m_nSetRegId = RegisterInterface(
-        pInstance, connection, 0, "[DBusServer] STEP 1 -> SET:register object error, the path ",
-        "[DBusServer] STEP 1 -> SET:register object return id error, the path ");
-    if (pInstance->m_nSetRegId == 0) {
-        return;
+    for (int index = 0; index < 3; ++index) {
+        const InterfaceStep& step = kInterfaceSteps[index];
+        pInstance->*step.id = RegisterInterface(pInstance, connection, index);
+        if (pInstance->*step.id == 0) {
+            return;
+        }
+        SRV_LOGI("%s", step.done_text);
     }
-    SRV_LOGI("[DBusServer] SetInterface succeed (1/3)");
-
-    pInstance->m_nGetRegId = RegisterInterface(
-        pInstance, connection, 1, "[DBusServer] STEP 2 -> GET:register object error, the path ",
-        "[DBusServer] STEP 2 -> GET:register object return id error, the path ");
-    if (pInstance->m_nGetRegId == 0) {
-        return;
-    }
-    SRV_LOGI("[DBusServer] GetInterface succeed (2/3)");
-
-    pInstance->m_nUxRegId = RegisterInterface(
-        pInstance, connection, 2, "[DBusServer] STEP 3 -> UX:register object error, the path ",
-        "[DBusServer] STEP 3 -> UX:register object return id error, the path ");
-    if (pInstance->m_nUxRegId == 0) {
-        return;
-    }
-    SRV_LOGI("[DBusServer]  UxInterface succeed (3/3)");
 
     bAcquired = true;
     SRV_LOGI("[DBusServer] register_object completed [%d][%d][%d]", pInstance->m_nSetRegId,

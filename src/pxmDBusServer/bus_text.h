@@ -3,8 +3,9 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 #include <string>
+
+#include "pxmCore/bounded_copy.h"
 
 namespace pxm_bus {
 
@@ -16,7 +17,7 @@ std::string BusText(const std::string& text);
 // terminated).
 template <std::size_t N>
 std::string FieldText(const char (&field)[N]) {
-    return BusText(std::string(field, strnlen(field, N)));
+    return BusText(pxm_text::FieldString(field));
 }
 
 }  // namespace pxm_bus

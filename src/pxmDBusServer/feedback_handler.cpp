@@ -8,8 +8,6 @@
 #include "record_args.h"
 
 void PXMDBusServer::pxm_feedback_ux(GVariant* parameters, GDBusMethodInvocation* invocation) {
-    pxm_core_device_s record;
-    memset(&record, 0, sizeof(record));
     // The prompt is done with as soon as it answers, whatever the answer is worth.
     if (m_pPXMCore != nullptr) {
         m_pPXMCore->m_nUxPid = 0;
@@ -40,6 +38,7 @@ void PXMDBusServer::pxm_feedback_ux(GVariant* parameters, GDBusMethodInvocation*
         m_CancelUxTimer();
     }
 
+    pxm_core_device_s record;
     args.Fill(&record);
     bool decided = args.devstatus == PXM_DEV_ALLOWED || args.devstatus == PXM_DEV_DENIED;
     if (decided && m_pPXMCore != nullptr) {

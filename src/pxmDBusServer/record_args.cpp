@@ -1,5 +1,7 @@
 #include "record_args.h"
 
+#include "pxmCore/bounded_copy.h"
+
 namespace pxm_bus {
 
 RecordArgs::RecordArgs(GVariant* parameters) {
@@ -19,12 +21,12 @@ RecordArgs::~RecordArgs() {
 
 void RecordArgs::Fill(pxm_core_device_s* dev) const {
     std::memset(dev, 0, sizeof(*dev));
-    CopyBounded(dev->devname, devname);
-    CopyBounded(dev->bt_mac, bt_mac);
-    CopyBounded(dev->wifi_mac, wifi_mac);
-    CopyBounded(dev->p2p_mac, p2p_mac);
-    CopyBounded(dev->zel_id, zel_id);
-    CopyBounded(dev->mirroring_Id, mirroring_Id);
+    pxm_text::CopyField(dev->devname, devname);
+    pxm_text::CopyField(dev->bt_mac, bt_mac);
+    pxm_text::CopyField(dev->wifi_mac, wifi_mac);
+    pxm_text::CopyField(dev->p2p_mac, p2p_mac);
+    pxm_text::CopyField(dev->zel_id, zel_id);
+    pxm_text::CopyField(dev->mirroring_Id, mirroring_Id);
     dev->devtype = devtype;
     dev->devicon = devicon;
     dev->devstatus = devstatus;

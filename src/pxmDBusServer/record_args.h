@@ -3,20 +3,9 @@
 
 #include <gio/gio.h>
 
-#include <cstddef>
-#include <cstring>
-
 #include "pxm_types.h"
 
 namespace pxm_bus {
-
-// Copies at most N-1 bytes and always terminates: over-long input is cut, never rejected.
-template <std::size_t N>
-inline void CopyBounded(char (&dst)[N], const char* src) {
-    std::size_t len = src != nullptr ? strnlen(src, N - 1) : 0;
-    std::memcpy(dst, src != nullptr ? src : "", len);
-    std::memset(dst + len, 0, N - len);
-}
 
 // The twelve values as they came over the bus; the strings are released with the object.
 class RecordArgs {

@@ -7,7 +7,8 @@
 #include "CPXMCore.h"
 #include "PXMDBusServer.h"
 #include "handler_log.h"
-#include "record_args.h"
+#include "pxmCore/bounded_copy.h"
+#include "pxmCore/record_addresses.h"
 
 namespace {
 
@@ -21,17 +22,10 @@ pxm_core_device_s* FindFirst(CPXMCore* core, const char* mac, int ind) {
     return nullptr;
 }
 
-// What the signal carries: only the addresses that are usable, the rest stay empty.
-void CopyValidAddresses(CPXMCore* core, const pxm_core_device_s& rec, pxm_core_device_s* out) {
-    if (core->UTIL_CheckValidMAC(rec.bt_mac)) {
-        pxm_bus::CopyBounded(out->bt_mac, rec.bt_mac);
-    }
-    if (core->UTIL_CheckValidMAC(rec.wifi_mac)) {
-        pxm_bus::CopyBounded(out->wifi_mac, rec.wifi_mac);
-    }
-    if (core->UTIL_CheckValidMAC(rec.p2p_mac)) {
-        pxm_bus::CopyBounded(out->p2p_mac, rec.p2p_mac);
-    }
+// The setters log their result under the method's name, then reply with it.
+void ReplyResult(const char* method, GDBusMethodInvocation* invocation, int result) {
+    HANDLER_LOGI(method, "[DBusServer] %s called.Return value [%d] ", method, result);
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(i)", result));
 }
 
 }  // namespace
@@ -67,7 +61,8 @@ int PXMDBusServer::CMD_SetStatus(const char* mac, int ind, int status, pxm_core_
     rec->accessTime = m_pPXMCore->UTIL_GetTime();
     // Exactly these fields: the copy handed on keeps devstatus 0 and no name or ids.
     memset(changed, 0, sizeof(*changed));
-    CopyValidAddresses(m_pPXMCore, *rec, changed);
+    // What the signal carries: only the addresses that are usable, the rest stay empty.
+    pxm_addr::CopyValidAddresses(*m_pPXMCore, *rec, changed);
     changed->devtype = rec->devtype;
     changed->devicon = rec->devicon;
     changed->tvInitMirroringSupport = rec->tvInitMirroringSupport;
@@ -84,8 +79,8 @@ int PXMDBusServer::CMD_SetStatus(const char* mac, int ind, int status, pxm_core_
     }
     rec->devstatus = status;
     m_pPXMCore->DB_Save();
-    std::string bt(rec->bt_mac, strnlen(rec->bt_mac, sizeof(rec->bt_mac)));
-    std::string wifi(rec->wifi_mac, strnlen(rec->wifi_mac, sizeof(rec->wifi_mac)));
+    std::string bt = pxm_text::FieldString(rec->bt_mac);
+    std::string wifi = pxm_text::FieldString(rec->wifi_mac);
     m_pPXMCore->mPXMLock.Unlock();
 
     // The wake-up tables follow the verdict; they are not touched under the list lock.
@@ -107,7 +102,7 @@ int PXMDBusServer::CMD_SetTVInitMirroringStatus(const char* mac, int ind, int va
     }
     rec->accessTime = m_pPXMCore->UTIL_GetTime();
     memset(changed, 0, sizeof(*changed));
-    CopyValidAddresses(m_pPXMCore, *rec, changed);
+    pxm_addr::CopyValidAddresses(*m_pPXMCore, *rec, changed);
     int result = 0;
     if (rec->tvInitMirroringSupport != value) {
         rec->tvInitMirroringSupport = value;
@@ -129,9 +124,9 @@ int PXMDBusServer::CMD_SetDeviceExtendedParamString(const char* mac, int ind, co
     }
     rec->accessTime = m_pPXMCore->UTIL_GetTime();
     if (type == 1) {
-        pxm_bus::CopyBounded(rec->devname, param);
+        pxm_text::CopyField(rec->devname, param);
     } else if (type == 2) {
-        pxm_bus::CopyBounded(rec->zel_id, param);
+        pxm_text::CopyField(rec->zel_id, param);
     }
     m_pPXMCore->DB_Save();
     m_pPXMCore->mPXMLock.Unlock();
@@ -168,8 +163,7 @@ void PXMDBusServer::pxm_set_status(GVariant* parameters, GDBusMethodInvocation* 
         // The copy as it is (devstatus 0, no name): what the backup client has always had.
         m_BnrClient.Backup(&changed, OP_ADD_OR_CHANGE);
     }
-    SRV_LOGI("[DBusServer] %s called.Return value [%d] ", __func__, result);
-    g_dbus_method_invocation_return_value(invocation, g_variant_new("(i)", result));
+    ReplyResult(__func__, invocation, result);
 }
 
 void PXMDBusServer::pxm_set_tv_init_mirroring_status(GVariant* parameters,
@@ -191,8 +185,7 @@ void PXMDBusServer::pxm_set_tv_init_mirroring_status(GVariant* parameters,
         SRV_LOGI("[DBusServer] [NOTI] DEVICE TV INIT MIRRORING SUPPORT CHANGED");
         m_EmitTvInitMirroringChanged(changed.bt_mac, changed.wifi_mac, changed.p2p_mac, value);
     }
-    SRV_LOGI("[DBusServer] %s called.Return value [%d] ", __func__, result);
-    g_dbus_method_invocation_return_value(invocation, g_variant_new("(i)", result));
+    ReplyResult(__func__, invocation, result);
 }
 
 void PXMDBusServer::pxm_set_device_extended_param_string(GVariant* parameters,
@@ -210,6 +203,5 @@ void PXMDBusServer::pxm_set_device_extended_param_string(GVariant* parameters,
     }
     g_free(mac);
     g_free(param);
-    SRV_LOGI("[DBusServer] %s called.Return value [%d] ", __func__, result);
-    g_dbus_method_invocation_return_value(invocation, g_variant_new("(i)", result));
+    ReplyResult(__func__, invocation, result);
 }

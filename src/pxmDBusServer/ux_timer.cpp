@@ -4,6 +4,7 @@
 
 #include "CPXMCore.h"
 #include "PXMDBusServer.h"
+#include "pxmCore/bounded_copy.h"
 #include "pxm_log.h"
 
 void PXMDBusServer::m_AddUxTimer() {
@@ -42,9 +43,9 @@ gboolean PXMDBusServer::m_ExpiredUxTimer(gpointer server) {
         return TRUE;
     }
     const size_t macLen = PXM_MAC_LEN - 1;
-    if (strnlen(pending.bt_mac, PXM_MAC_LEN) != macLen &&
-        strnlen(pending.wifi_mac, PXM_MAC_LEN) != macLen &&
-        strnlen(pending.p2p_mac, PXM_MAC_LEN) != macLen) {
+    if (pxm_text::FieldLength(pending.bt_mac) != macLen &&
+        pxm_text::FieldLength(pending.wifi_mac) != macLen &&
+        pxm_text::FieldLength(pending.p2p_mac) != macLen) {
         // Left as it is: nothing could be reported for it anyway.
         SRV_LOGE("Invalid backupdata [%s][%s][%s] Feedback is not sent", pending.bt_mac,
                  pending.wifi_mac, pending.p2p_mac);

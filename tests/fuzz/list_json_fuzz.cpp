@@ -3,31 +3,13 @@
 // makes of the loaded lists reads back into lists of the same sizes.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "CPXMCore.h"
 #include "fake_platform.h"
+#include "record_checks.h"
 
 namespace {
-
-template <std::size_t N>
-void CheckTerminated(const char (&field)[N]) {
-    if (strnlen(field, N) >= N) {
-        std::abort();
-    }
-}
-
-void CheckRecords(const std::vector<pxm_core_device_s>& list) {
-    for (const pxm_core_device_s& dev : list) {
-        CheckTerminated(dev.devname);
-        CheckTerminated(dev.bt_mac);
-        CheckTerminated(dev.wifi_mac);
-        CheckTerminated(dev.p2p_mac);
-        CheckTerminated(dev.zel_id);
-        CheckTerminated(dev.mirroring_Id);
-    }
-}
 
 // The writer stores the time signed and the reader reads it unsigned, so a time beyond the
 // signed range does not survive a round trip by design; leave such lists out.
@@ -49,8 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     core->mReverseDeviceList.clear();
 
     core->Util_GetDeviceListForJsonString(std::string(reinterpret_cast<const char*>(data), size));
-    CheckRecords(core->mDeviceList);
-    CheckRecords(core->mReverseDeviceList);
+    fuzz::CheckRecords(core->mDeviceList);
+    fuzz::CheckRecords(core->mReverseDeviceList);
 
     if (TimesFitSigned(core->mDeviceList) && TimesFitSigned(core->mReverseDeviceList)) {
         const std::size_t normal = core->mDeviceList.size();

@@ -1,7 +1,6 @@
 // The host app manager: registered apps launched with their bundle as arguments, the
 // running-app records that other processes (a restarted daemon, quillon-platform) read,
 // termination, and app death reported on the default main context.
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -21,8 +20,12 @@
 
 #include "aul.h"
 #include "bundle.h"
+#include "host_test_support.h"
 
 namespace fs = std::filesystem;
+
+using host_test::ReadFile;
+using host_test::Tool;
 
 namespace {
 
@@ -56,13 +59,6 @@ int CollectApp(const aul_app_info* info, void* data) {
     return 0;
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
 // Field 22 of /proc/PID/stat, as the records keep it; 0 when there is no such process.
 unsigned long long StartTime(int pid) {
     std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
@@ -83,10 +79,6 @@ int UnusedPid() {
 class HostAppManager : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/quillon-apps-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root_ = pattern;
-        setenv("QUILLON_PLATFORM_ROOT", root_.c_str(), 1);
         ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
     }
 
@@ -96,8 +88,6 @@ protected:
         for (const auto& [pid, start] : launched_)
             if (StartTime(pid) == start)
                 kill(pid, SIGKILL);
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
     }
 
     // Writes an executable shell script under the root and returns its path.
@@ -109,7 +99,7 @@ protected:
     }
 
     void Register(const std::string& appid, const std::string& executable) {
-        RunTool({"register-app", appid, executable});
+        Tool({"register-app", appid, executable});
     }
 
     int Launch(const std::string& appid, bundle* b = nullptr) {
@@ -119,51 +109,8 @@ protected:
         return pid;
     }
 
-    // quillon-platform WORDS on our root; its stdout.
-    std::string RunTool(const std::vector<std::string>& words) {
-        const char* bin_dir = getenv("QUILLON_BIN_DIR");
-        EXPECT_NE(bin_dir, nullptr) << "QUILLON_BIN_DIR must name the build's bin directory";
-        if (!bin_dir)
-            return std::string();
-        std::vector<std::string> argv_text{std::string(bin_dir) + "/quillon-platform"};
-        argv_text.insert(argv_text.end(), words.begin(), words.end());
-        std::vector<char*> argv;
-        for (auto& word : argv_text)
-            argv.push_back(&word[0]);
-        argv.push_back(nullptr);
-        gchar* out = nullptr;
-        gint status = -1;
-        GError* error = nullptr;
-        EXPECT_TRUE(g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
-                                 &out, nullptr, &status, &error))
-            << (error ? error->message : "");
-        g_clear_error(&error);
-        EXPECT_TRUE(g_spawn_check_wait_status(status, nullptr)) << "tool failed: " << words[0];
-        std::string text = out ? out : "";
-        g_free(out);
-        return text;
-    }
-
-    // Iterates the default main context until done() or 10 s have passed.
-    template <typename Pred>
-    static bool RunLoopUntil(Pred done) {
-        bool timed_out = false;
-        guint timer = g_timeout_add(
-            10000,
-            [](gpointer flag) -> gboolean {
-                *static_cast<bool*>(flag) = true;
-                return G_SOURCE_REMOVE;
-            },
-            &timed_out);
-        while (!done() && !timed_out)
-            g_main_context_iteration(nullptr, TRUE);
-        if (!timed_out)
-            g_source_remove(timer);
-        return done();
-    }
-
     bool WaitForDeath(int pid) {
-        return RunLoopUntil([&] {
+        return host_test::RunLoopUntil([&] {
             for (int dead : deaths_.pids)
                 if (dead == pid)
                     return true;
@@ -179,7 +126,8 @@ protected:
 
     bool HasRecord(int pid) const { return fs::exists(root_ + "/running/" + std::to_string(pid)); }
 
-    std::string root_;
+    host_test::TempRoot temp_;
+    std::string root_ = temp_.path();
     Deaths deaths_;
     std::vector<std::pair<int, unsigned long long>> launched_;  // pid, start time
 };
@@ -372,7 +320,7 @@ TEST_F(HostAppManager, AnAppLaunchedByAnotherProcessIsFoundWatchedAndNamed) {
     char name[256] = {};
     EXPECT_EQ(aul_app_get_pkgname_bypid(app, name, sizeof(name)), AUL_R_OK);
     EXPECT_STREQ(name, kUxAppId);
-    const std::string listing = RunTool({"apps"});
+    const std::string listing = Tool({"apps"});
     EXPECT_NE(listing.find("registered\t" + std::string(kUxAppId) + "\t" + sleeper + "\n"),
               std::string::npos)
         << listing;
@@ -386,7 +334,7 @@ TEST_F(HostAppManager, AnAppLaunchedByAnotherProcessIsFoundWatchedAndNamed) {
     ASSERT_TRUE(WaitForDeath(app));
     EXPECT_EQ(deaths_.names, (std::vector<std::string>{"org.example.other", kUxAppId}));
     EXPECT_FALSE(HasRecord(app));
-    EXPECT_EQ(RunTool({"apps"}).find("running"), std::string::npos);
+    EXPECT_EQ(Tool({"apps"}).find("running"), std::string::npos);
 }
 
 TEST_F(HostAppManager, StaleAndDamagedRecordsAreIgnoredAndRemoved) {
@@ -429,41 +377,6 @@ TEST_F(HostAppManager, StaleAndDamagedRecordsAreIgnoredAndRemoved) {
     EXPECT_EQ(seen[0].pid, self);
     EXPECT_EQ(seen[0].pkg_name, "org.example.alive");
     EXPECT_TRUE(HasRecord(self));
-}
-
-TEST_F(HostAppManager, ThePromptAcceptsTheBundleAsTheDaemonBuildsIt) {
-    const char* bin_dir = getenv("QUILLON_BIN_DIR");
-    ASSERT_NE(bin_dir, nullptr);
-    const std::string out = root_ + "/status.txt";
-    setenv("QUILLON_TEST_OUT", out.c_str(), 1);
-    setenv("QUILLON_UX", (std::string(bin_dir) + "/quillon-ux").c_str(), 1);
-    // No bus: a prompt that understood its arguments fails to deliver (1); one that did
-    // not refuses them (2).
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + root_ + "/no-bus").c_str(), 1);
-    setenv("QUILLON_UX_ANSWER", "allow", 1);
-    Register(kUxAppId, Script("ux-status.sh",
-                              "\"$QUILLON_UX\" \"$@\" 2>/dev/null\n"
-                              "echo $? > \"$QUILLON_TEST_OUT.tmp\"\n"
-                              "mv \"$QUILLON_TEST_OUT.tmp\" \"$QUILLON_TEST_OUT\""));
-    const std::vector<std::pair<const char*, const char*>> entries = {
-        {"DEVICENAME", "Phone"},   {"BTMAC", "AA:BB:CC:DD:EE:01"},
-        {"WIFIMAC", "0"},          {"P2PMAC", "0"},
-        {"DEVTYPE", "123456"},     {"DEVICON", "-12345"},
-        {"MIRRORINGSUPPORT", "1"}, {"NOUX", "0"},
-        {"UXALWAYS", "0"},         {"MIRRORINGID", "0"},
-        {"ZELID", "zel"}};
-    for (size_t leave_out = 0; leave_out <= entries.size(); leave_out += entries.size()) {
-        bundle* b = bundle_create();
-        for (size_t i = 0; i < entries.size(); ++i)
-            if (i != leave_out)
-                bundle_add(b, entries[i].first, entries[i].second);
-        int pid = Launch(kUxAppId, b);
-        bundle_free(b);
-        ASSERT_GT(pid, 0);
-        ASSERT_TRUE(WaitForDeath(pid));
-        EXPECT_EQ(ReadFile(out), leave_out < entries.size() ? "2\n" : "1\n")
-            << "left out entry " << leave_out;
-    }
 }
 
 }  // namespace

@@ -1,23 +1,23 @@
 // The host's power, feature-flag and voice services: values from settings keys, standby
 // events from the standby key (this or another process) and from logind's PrepareForSleep.
 #include <gio/gio.h>
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "aov.h"
 #include "device_power.h"
+#include "host_test_support.h"
 #include "system_info.h"
 #include "vconf.h"
 
-namespace fs = std::filesystem;
+using host_test::RunLoopUntil;
+using host_test::Tool;
 
 namespace {
 
@@ -49,55 +49,12 @@ int RecordStandbyToo(int type, void* data) {
 
 class HostPower : public ::testing::Test {
 protected:
-    void SetUp() override {
-        main_thread = g_thread_self();
-        char pattern[] = "/tmp/quillon-power-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root_ = pattern;
-        setenv("QUILLON_PLATFORM_ROOT", root_.c_str(), 1);
-    }
+    void SetUp() override { main_thread = g_thread_self(); }
     void TearDown() override {
         device_power_unsubscribe_standby(RecordStandby);
         device_power_unsubscribe_standby(RecordStandbyToo);
         if (bus_pid_ > 0)
             kill(bus_pid_, SIGTERM);
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
-
-    static void RunTool(const std::vector<std::string>& words) {
-        const char* bin_dir = getenv("QUILLON_BIN_DIR");
-        ASSERT_NE(bin_dir, nullptr) << "QUILLON_BIN_DIR must name the build's bin directory";
-        std::vector<std::string> argv_text{std::string(bin_dir) + "/quillon-platform"};
-        argv_text.insert(argv_text.end(), words.begin(), words.end());
-        std::vector<char*> argv;
-        for (auto& word : argv_text)
-            argv.push_back(&word[0]);
-        argv.push_back(nullptr);
-        gint status = -1;
-        GError* error = nullptr;
-        ASSERT_TRUE(g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
-                                 nullptr, nullptr, &status, &error))
-            << (error ? error->message : "");
-        ASSERT_TRUE(g_spawn_check_wait_status(status, nullptr)) << "tool failed: " << words[0];
-    }
-
-    // Iterates the default main context until done() or 10 s have passed.
-    template <typename Pred>
-    static bool RunLoopUntil(Pred done) {
-        bool timed_out = false;
-        guint timer = g_timeout_add(
-            10000,
-            [](gpointer flag) -> gboolean {
-                *static_cast<bool*>(flag) = true;
-                return G_SOURCE_REMOVE;
-            },
-            &timed_out);
-        while (!done() && !timed_out)
-            g_main_context_iteration(nullptr, TRUE);
-        if (!timed_out)
-            g_source_remove(timer);
-        return done();
     }
 
     // A private message bus that lets anyone own any name, standing in for the system bus
@@ -133,50 +90,48 @@ protected:
         return address;
     }
 
-    std::string root_;
+    host_test::TempRoot temp_;
+    std::string root_ = temp_.path();
     GPid bus_pid_ = 0;
 };
+
+// "result/flag" of a feature-flag read that starts from `before`.
+std::string ReadFlag(const char* name, bool before) {
+    bool flag = before;
+    int result = system_info_get_custom_bool(name, &flag);
+    return std::to_string(result) + "/" + std::to_string(flag);
+}
 
 TEST_F(HostPower, StateFlagsAndVoiceFollowTheirKeys) {
     // Nothing set: fully on, no feature, no voice.
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_NORMAL);
-    bool flag = true;
-    EXPECT_EQ(system_info_get_custom_bool(kTessel, &flag), SYSTEM_INFO_ERROR_NONE);
-    EXPECT_FALSE(flag);
+    EXPECT_EQ("0/0", ReadFlag(kTessel, true));
     EXPECT_FALSE(AOVSystemDataIsAOVActivated());
 
     ASSERT_EQ(vconf_set_int(kPowerStateKey, DEVICE_POWER_STATE_STANDBY), VCONF_OK);
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_STANDBY);
-    RunTool({"set-int", kPowerStateKey, "1"});
+    Tool({"set-int", kPowerStateKey, "1"});
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_SCREEN_OFF);
     ASSERT_EQ(vconf_set_str(kPowerStateKey, "on"), VCONF_OK);
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_NORMAL);
 
-    RunTool({"set-bool", kTesselKey, "1"});
-    flag = false;
-    EXPECT_EQ(system_info_get_custom_bool(kTessel, &flag), SYSTEM_INFO_ERROR_NONE);
-    EXPECT_TRUE(flag);
+    Tool({"set-bool", kTesselKey, "1"});
+    EXPECT_EQ("0/1", ReadFlag(kTessel, false));
     // Each flag has its own key.
-    EXPECT_EQ(system_info_get_custom_bool("com.corvane/featureconf/other", &flag),
-              SYSTEM_INFO_ERROR_NONE);
-    EXPECT_FALSE(flag);
+    EXPECT_EQ("0/0", ReadFlag("com.corvane/featureconf/other", true));
     ASSERT_EQ(vconf_set_int(kTesselKey, 0), VCONF_OK);
-    flag = true;
-    EXPECT_EQ(system_info_get_custom_bool(kTessel, &flag), SYSTEM_INFO_ERROR_NONE);
-    EXPECT_FALSE(flag);
+    EXPECT_EQ("0/0", ReadFlag(kTessel, true));
     ASSERT_EQ(vconf_set_int(kTesselKey, 7), VCONF_OK);
-    EXPECT_EQ(system_info_get_custom_bool(kTessel, &flag), SYSTEM_INFO_ERROR_NONE);
-    EXPECT_TRUE(flag);
+    EXPECT_EQ("0/1", ReadFlag(kTessel, false));
     // A text is no flag: a read error, the value left alone.
     ASSERT_EQ(vconf_set_str(kTesselKey, "yes"), VCONF_OK);
-    flag = false;
-    EXPECT_EQ(system_info_get_custom_bool(kTessel, &flag), SYSTEM_INFO_ERROR_IO_ERROR);
-    EXPECT_FALSE(flag);
-    EXPECT_EQ(system_info_get_custom_bool(nullptr, &flag), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(std::to_string(SYSTEM_INFO_ERROR_IO_ERROR) + "/0", ReadFlag(kTessel, false));
+    const std::string invalid = std::to_string(SYSTEM_INFO_ERROR_INVALID_PARAMETER) + "/0";
+    EXPECT_EQ(invalid, ReadFlag(nullptr, false));
+    EXPECT_EQ(invalid, ReadFlag("bad//name", false));
     EXPECT_EQ(system_info_get_custom_bool(kTessel, nullptr), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(system_info_get_custom_bool("bad//name", &flag), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
 
-    RunTool({"set-bool", kVoiceKey, "1"});
+    Tool({"set-bool", kVoiceKey, "1"});
     EXPECT_TRUE(AOVSystemDataIsAOVActivated());
     ASSERT_EQ(vconf_set_bool(kVoiceKey, 0), VCONF_OK);
     EXPECT_FALSE(AOVSystemDataIsAOVActivated());
@@ -193,16 +148,16 @@ TEST_F(HostPower, StandbyKeyWritesReachTheSubscribersOnTheMainLoop) {
     ASSERT_EQ(device_power_subscribe_standby(RecordStandbyToo, &second), DEVICE_ERROR_NONE);
 
     // Another process: the tool's default type.
-    RunTool({"standby"});
+    Tool({"standby"});
     ASSERT_TRUE(RunLoopUntil([&] { return !second.types.empty(); }));
     EXPECT_EQ(first.types, std::vector<int>{DEVICE_POWER_STATE_STANDBY});
     EXPECT_EQ(second.types, std::vector<int>{DEVICE_POWER_STATE_STANDBY});
     EXPECT_EQ(first.on_main_thread, std::vector<bool>{true});
 
     // Every write is an event, the same value again included; the value is the type.
-    RunTool({"standby", "5"});
+    Tool({"standby", "5"});
     ASSERT_TRUE(RunLoopUntil([&] { return second.types.size() == 2; }));
-    RunTool({"standby", "5"});
+    Tool({"standby", "5"});
     ASSERT_TRUE(RunLoopUntil([&] { return second.types.size() == 3; }));
     EXPECT_EQ(first.types, (std::vector<int>{2, 5, 5}));
 

@@ -1,28 +1,19 @@
 // The host platform's Bluetooth headless table and Wake-on-WLAN waker table, and
 // quillon-platform's wake-tables view of them, in a private platform root per test.
-#include <fcntl.h>
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bluetooth_product.h"
+#include "host_test_support.h"
 #include "wake_tables_db.h"
 #include "wowl.h"
 
 namespace {
-
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 struct Tables {
     std::vector<host::wake::HeadlessDevice> headless;
@@ -38,50 +29,16 @@ Tables ReadBoth() {
 class WakeTablesTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/quillon-wake-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        root_ = tmpl;
-        setenv("QUILLON_PLATFORM_ROOT", root_.c_str(), 1);
         ASSERT_EQ(BT_ERROR_NONE, bt_headless_open_db(&handle_));
         ASSERT_NE(nullptr, handle_);
     }
     void TearDown() override {
         if (handle_)
             bt_mobileheadless_close_db(&handle_);
-        nftw(
-            root_.c_str(),
-            [](const char* path, const struct stat*, int, struct FTW*) { return remove(path); }, 16,
-            FTW_DEPTH | FTW_PHYS);
     }
 
-    // Runs quillon-platform; returns its exit status with stdout and stderr.
-    int Tool(const std::vector<std::string>& args, std::string* out, std::string* err) {
-        const char* bin = std::getenv("QUILLON_BIN_DIR");
-        if (!bin)
-            ADD_FAILURE() << "QUILLON_BIN_DIR is not set";
-        std::string exe = std::string(bin ? bin : ".") + "/quillon-platform";
-        std::string out_path = root_ + "/.tool-out", err_path = root_ + "/.tool-err";
-        pid_t pid = fork();
-        if (pid == 0) {
-            int o = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            int e = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(o, 1);
-            dup2(e, 2);
-            std::vector<char*> argv{const_cast<char*>(exe.c_str())};
-            for (const std::string& a : args)
-                argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(exe.c_str(), argv.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(pid, &status, 0);
-        *out = Slurp(out_path);
-        *err = Slurp(err_path);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    std::string root_;
+    host_test::TempRoot temp_;
+    std::string root_ = temp_.path();
     bt_headless_db_h handle_ = nullptr;
 };
 
@@ -223,9 +180,8 @@ TEST_F(WakeTablesTest, ConcurrentWritersThroughSharedAndSeparateConnectionsAllLa
 }
 
 TEST_F(WakeTablesTest, ToolShowsBothTablesAsJsonAndText) {
-    std::string out, err;
-    ASSERT_EQ(0, Tool({"wake-tables", "--json"}, &out, &err)) << err;
-    EXPECT_EQ("{\"bt_headless\": [], \"wowl_wakers\": []}\n", out);
+    EXPECT_EQ("{\"bt_headless\": [], \"wowl_wakers\": []}\n",
+              host_test::Tool({"wake-tables", "--json"}));
 
     ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
                                  handle_, "AA:BB:CC:DD:EE:0A", "Phone", 1));
@@ -238,23 +194,23 @@ TEST_F(WakeTablesTest, ToolShowsBothTablesAsJsonAndText) {
     Tables t = ReadBoth();
     ASSERT_EQ(1u, t.headless.size());
 
-    ASSERT_EQ(0, Tool({"wake-tables", "--json"}, &out, &err)) << err;
     EXPECT_EQ(
         "{\"bt_headless\": [{\"address\": \"AA:BB:CC:DD:EE:0A\", \"device_type\": \"Phone\", "
         "\"permission\": 1, \"registered\": true, \"added_at\": " +
             std::to_string(t.headless[0].added_at) +
             "}], \"wowl_wakers\": [{\"address\": \"11:22:33:44:55:0A\", \"flags\": 2}]}\n",
-        out);
+        host_test::Tool({"wake-tables", "--json"}));
 
-    ASSERT_EQ(0, Tool({"wake-tables"}, &out, &err)) << err;
+    std::string out = host_test::Tool({"wake-tables"});
     EXPECT_NE(std::string::npos, out.find("headless) table: 1 device\n  AA:BB:CC:DD:EE:0A")) << out;
     EXPECT_NE(std::string::npos, out.find("waker table: 1 device\n  11:22:33:44:55:0A  flags 2"))
         << out;
     EXPECT_EQ(std::string::npos, out.find("EE:0B"));
 
-    EXPECT_EQ(2, Tool({"wake-tables", "--yaml"}, &out, &err));
-    EXPECT_NE(std::string::npos, err.find("usage: quillon-platform wake-tables")) << err;
-    EXPECT_EQ(2, Tool({"wake-tables", "--json", "--json"}, &out, &err));
+    host_test::ToolResult bad = host_test::RunTool({"wake-tables", "--yaml"});
+    EXPECT_EQ(2, bad.status);
+    EXPECT_NE(std::string::npos, bad.err.find("usage: quillon-platform wake-tables")) << bad.err;
+    EXPECT_EQ(2, host_test::RunTool({"wake-tables", "--json", "--json"}).status);
 }
 
 }  // namespace

@@ -37,6 +37,14 @@ INTERFACE_OF = {
 }
 
 
+def mac_ind(mac, ind):
+    return GLib.Variant("(si)", (mac, ind))
+
+
+def mac_ind_value(mac, ind, value):
+    return GLib.Variant("(sii)", (mac, ind, value))
+
+
 def record(name="Phone", bt="", wifi="", p2p="", zel_id="", mirroring_id="", devtype=1,
            devicon=2, status=0, tv_init=0, no_ux=0, ux_always=0):
     """The twelve arguments of the request and feedback methods, "(ssssssiiiiii)"."""

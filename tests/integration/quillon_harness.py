@@ -7,6 +7,7 @@ Debian's /usr/bin/python3 (python3-gi and python3-dbus live there).
 """
 
 import getpass
+import json
 import os
 import pathlib
 import select
@@ -24,6 +25,8 @@ OBJECT_PATH = "/org/nuvak/quillon"
 SET_INTERFACE = "org.nuvak.quillon.SetInterface"
 GET_INTERFACE = "org.nuvak.quillon.GetInterface"
 UX_INTERFACE = "org.nuvak.quillon.UxInterface"
+STORAGE_ITEM = "PXM_DEVICE_LIST"
+UX_APP_ID = "org.nuvak.quillon-ux"
 
 # Log lines the daemon writes once it serves the bus, and when it ends.
 LOG_NAME_ACQUIRED = "[DBusServer] on_name_acquired name org.nuvak.quillon"
@@ -35,24 +38,27 @@ LOG_INACTIVE = "[DAEMON] Quillon service is inactive"
 def source_dir():
     """The repository root: $QUILLON_SOURCE_DIR, else two levels above this file."""
     env = os.environ.get("QUILLON_SOURCE_DIR")
-    if env:
-        return pathlib.Path(env)
-    return pathlib.Path(__file__).resolve().parents[2]
-
-
-def bin_dir():
-    """Where the built programs are: $QUILLON_BIN_DIR, else build/bin of the repository."""
-    env = os.environ.get("QUILLON_BIN_DIR")
-    if env:
-        return pathlib.Path(env)
-    return source_dir() / "build" / "bin"
+    return pathlib.Path(env) if env else pathlib.Path(__file__).resolve().parents[2]
 
 
 def program(name):
-    path = bin_dir() / name
+    """A built program: from $QUILLON_BIN_DIR, else build/bin of the repository."""
+    env = os.environ.get("QUILLON_BIN_DIR")
+    path = (pathlib.Path(env) if env else source_dir() / "build" / "bin") / name
     if not path.exists():
         raise unittest.SkipTest(f"{path} is not built")
     return str(path)
+
+
+def wait_until(condition, timeout):
+    """Polls condition() until it is truthy; its value, or None after timeout seconds. For
+    state another process keeps on disk, which announces nothing."""
+    deadline = time.monotonic() + timeout
+    while True:
+        value = condition()
+        if value or time.monotonic() >= deadline:
+            return value or None
+        time.sleep(0.05)
 
 
 class PlatformRoot:
@@ -64,8 +70,7 @@ class PlatformRoot:
     def env(self, extra=None):
         env = dict(os.environ)
         env["QUILLON_PLATFORM_ROOT"] = str(self.path)
-        if extra:
-            env.update(extra)
+        env.update(extra or {})
         return env
 
     def platform(self, *args, check=True, timeout=30):
@@ -81,6 +86,26 @@ class PlatformRoot:
     def init(self):
         """Seeds the default settings, as a fresh TV has them."""
         return self.platform("init")
+
+    def stored(self):
+        """The stored device list as text, or None when there is no item."""
+        result = self.platform("secure-read", STORAGE_ITEM, check=False)
+        return result.stdout if result.returncode == 0 else None
+
+    def seed(self, text):
+        """Stores text as the device list, as an older daemon would have left it."""
+        path = self.path.parent / (self.path.name + ".seed")
+        path.write_text(text)
+        try:
+            self.platform("secure-write", STORAGE_ITEM, path)
+        finally:
+            path.unlink()
+
+    def wake_tables(self):
+        """The addresses in the Bluetooth power-on table and in the Wake-on-WLAN table."""
+        tables = json.loads(self.platform("wake-tables", "--json").stdout)
+        return ({d["address"].upper() for d in tables["bt_headless"]},
+                {w["address"].upper() for w in tables["wowl_wakers"]})
 
     def cleanup(self):
         shutil.rmtree(self.path, ignore_errors=True)
@@ -139,35 +164,27 @@ class PrivateSystemBus:
     def __init__(self, workdir):
         self.workdir = pathlib.Path(workdir)
         self.workdir.mkdir(parents=True, exist_ok=True)
-        self.socket_path = self.workdir / "system_bus_socket"
         template = (source_dir() / "data" / "dbus-dev-system.conf.in").read_text()
         config = (template
-                  .replace("@LISTEN@", f"unix:path={self.socket_path}")
+                  .replace("@LISTEN@", f"unix:path={self.workdir / 'system_bus_socket'}")
                   .replace("@POLICY_FILE@",
                            str(source_dir() / "data" / "org.nuvak.quillon.conf"))
                   .replace("@USER@", getpass.getuser()))
-        self.config_path = self.workdir / "system-bus.conf"
-        self.config_path.write_text(config)
+        config_path = self.workdir / "system-bus.conf"
+        config_path.write_text(config)
         dbus_daemon = shutil.which("dbus-daemon")
         if dbus_daemon is None:
             raise unittest.SkipTest("dbus-daemon is not installed")
         self.process = subprocess.Popen(
-            [dbus_daemon, f"--config-file={self.config_path}", "--nofork",
-             "--print-address=1"],
+            [dbus_daemon, f"--config-file={config_path}", "--nofork", "--print-address=1"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.address = self._read_address(timeout=10.0)
-
-    def _read_address(self, timeout):
-        ready, _, _ = select.select([self.process.stdout], [], [], timeout)
-        if not ready:
+        # It prints its address once it listens.
+        ready, _, _ = select.select([self.process.stdout], [], [], 10.0)
+        self.address = self.process.stdout.readline().decode().strip() if ready else ""
+        if not self.address:
+            err = self.process.stderr.read().decode() if self.process.poll() is not None else ""
             self.stop()
-            raise AssertionError("dbus-daemon printed no address")
-        line = self.process.stdout.readline().decode().strip()
-        if not line:
-            err = self.process.stderr.read().decode()
-            self.stop()
-            raise AssertionError(f"dbus-daemon failed to start: {err}")
-        return line
+            raise AssertionError(f"dbus-daemon printed no address: {err}")
 
     def env(self):
         """What a client of this bus needs: GLib and libdbus honour this variable."""
@@ -195,9 +212,8 @@ class PrivateSystemBus:
             except subprocess.TimeoutExpired:
                 self.process.kill()
                 self.process.wait()
-        for stream in (self.process.stdout, self.process.stderr):
-            if stream:
-                stream.close()
+        self.process.stdout.close()
+        self.process.stderr.close()
 
 
 class NotifySocket:
@@ -216,10 +232,7 @@ class NotifySocket:
         deadline = time.monotonic() + timeout
         while True:
             remaining = deadline - time.monotonic()
-            if remaining <= 0:
-                return None
-            ready, _, _ = select.select([self.sock], [], [], remaining)
-            if not ready:
+            if remaining <= 0 or not select.select([self.sock], [], [], remaining)[0]:
                 return None
             message = self.sock.recv(4096).decode("utf-8", "replace")
             if text in message:
@@ -237,10 +250,6 @@ class Daemon:
                                         stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.log = LineCollector(self.process.stderr)
-
-    @property
-    def pid(self):
-        return self.process.pid
 
     def wait_for_log(self, text, timeout=10.0):
         return self.log.wait_for(text, timeout)
@@ -261,8 +270,7 @@ class Daemon:
             self.process.kill()
             status = self.process.wait()
         self.log.join()
-        if self.process.stderr:
-            self.process.stderr.close()
+        self.process.stderr.close()
         return status
 
 
@@ -288,18 +296,15 @@ class QuillonTestCase(unittest.TestCase):
         env["DBUS_SYSTEM_BUS_ADDRESS"] = (self.bus.address if self.bus else
                                           f"unix:path={self.workdir}/no-bus")
         env.pop("NOTIFY_SOCKET", None)
-        if extra:
-            env.update(extra)
+        env.update(extra or {})
         return env
 
     def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0):
         """Starts quillon; with wait_for, fails unless that log line appears in time."""
         daemon = Daemon(self.daemon_env(extra_env))
-        self.addCleanup(self._stop_quietly, daemon)
-        if wait_for is not None:
-            line = daemon.wait_for_log(wait_for, timeout)
-            if line is None:
-                self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
+        self.addCleanup(daemon.stop, signal.SIGTERM, 10.0)
+        if wait_for is not None and daemon.wait_for_log(wait_for, timeout) is None:
+            self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
         return daemon
 
     def start_serving_daemon(self, extra_env=None):
@@ -312,6 +317,11 @@ class QuillonTestCase(unittest.TestCase):
             self.fail(f"quillon did not get its name; its log:\n{daemon.log.text()}")
         return daemon
 
-    @staticmethod
-    def _stop_quietly(daemon):
-        daemon.stop(signal.SIGTERM, timeout=10.0)
+    def assert_logged(self, daemon, *texts):
+        """Each text in a line of the daemon's log, in this order."""
+        lines, at = daemon.log.lines(), 0
+        for text in texts:
+            found = next((i for i in range(at, len(lines)) if text in lines[i]), -1)
+            self.assertGreaterEqual(found, 0, f"'{text}' missing or out of order in:\n"
+                                    + "\n".join(lines))
+            at = found + 1

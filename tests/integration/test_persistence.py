@@ -10,7 +10,6 @@ import unittest
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import quillon_harness as qh  # noqa: E402
 
-ITEM = "PXM_DEVICE_LIST"
 FACTORY_RESET_KEY = "db/registertv/factoryreset"
 
 
@@ -22,25 +21,11 @@ def legacy_head(name, bt, wifi="0", p2p="0", status=0, time="1600000000000"):
 
 class Persistence(qh.QuillonTestCase):
 
-    def seed(self, text):
-        path = self.workdir / "seed.txt"
-        path.write_text(text)
-        self.root.platform("secure-write", ITEM, path)
-
-    def stored(self):
-        """The stored text, or None when there is no item."""
-        result = self.root.platform("secure-read", ITEM, check=False)
-        return result.stdout if result.returncode == 0 else None
-
     def start_and_load(self):
-        """Starts the daemon on an initialised root; returns it once it runs."""
+        """Starts the daemon on an initialised root; returns it once it runs, when loading
+        has ended and all its lines are in."""
         self.root.init()
         return self.start_daemon(wait_for=qh.LOG_RUNNING)
-
-    @staticmethod
-    def log_has(daemon, text):
-        # Loading ends before the daemon reports it runs, so its lines are all in by then.
-        return text in daemon.log.text()
 
     def test_current_format_is_loaded_into_both_lists(self):
         items = [
@@ -54,20 +39,16 @@ class Persistence(qh.QuillonTestCase):
                            "dy_type": 1}},
         ]
         text = "2\n" + json.dumps(items, indent=1)
-        self.seed(text)
-
+        self.root.seed(text)
         daemon = self.start_and_load()
-
-        self.assertTrue(self.log_has(daemon, "DB Check res[1] version: [2]"), daemon.log.text())
-        self.assertTrue(self.log_has(
-            daemon, "Restore Data[0] [Phone] [AA:BB:CC:DD:EE:01] [0] [0] [0] [0] [1] [2] [0] "
-            "[1] [0] [0] [1700000000123] [0]"), daemon.log.text())
-        self.assertTrue(self.log_has(
-            daemon, "Restore Data[1] [Laptop] [0] [AA:BB:CC:DD:EE:02] [0] [0] [0] [0] [0] [1]"),
-            daemon.log.text())
-        self.assertFalse(self.log_has(daemon, "parse json err"))
+        self.assert_logged(
+            daemon, "DB Check res[1] version: [2]",
+            "Restore Data[0] [Phone] [AA:BB:CC:DD:EE:01] [0] [0] [0] [0] [1] [2] [0] [1] [0] [0] "
+            "[1700000000123] [0]",
+            "Restore Data[1] [Laptop] [0] [AA:BB:CC:DD:EE:02] [0] [0] [0] [0] [0] [1]")
+        self.assertNotIn("parse json err", daemon.log.text())
         # Loading never writes: the item is as it was seeded.
-        self.assertEqual(text, self.stored())
+        self.assertEqual(text, self.root.stored())
 
     def test_each_old_format_is_loaded(self):
         cases = {
@@ -92,41 +73,39 @@ class Persistence(qh.QuillonTestCase):
         }
         for name, (text, expected) in cases.items():
             with self.subTest(name):
-                self.seed(text)
+                self.root.seed(text)
                 daemon = self.start_and_load()
-                for line in expected:
-                    self.assertTrue(self.log_has(daemon, line),
-                                    f"'{line}' missing:\n{daemon.log.text()}")
+                self.assert_logged(daemon, *expected)
                 daemon.stop()
 
-    def test_factory_reset_wipes_the_stored_list(self):
-        self.seed("2\n" + json.dumps([{"item_data": {"devname": "Phone",
-                                                     "bt_mac": "AA:BB:CC:DD:EE:01"}}]))
+    def test_factory_reset_wipes_the_stored_list_and_is_written_back(self):
+        self.root.seed("2\n" + json.dumps([{"item_data": {"devname": "Phone",
+                                                          "bt_mac": "AA:BB:CC:DD:EE:01"}}]))
         self.root.init()
         self.root.platform("set-int", FACTORY_RESET_KEY, 1)
-
         daemon = self.start_daemon(wait_for=qh.LOG_RUNNING)
-
+        self.assert_logged(daemon, "DB Cleared for 1")
         self.assertIsNotNone(daemon.wait_for_log("No data - DB cleared", 10.0),
                              daemon.log.text())
-        self.assertIsNone(self.stored())
+        self.assertIsNone(self.root.stored())
         self.assertEqual("0", self.root.platform("get", FACTORY_RESET_KEY).stdout.strip())
-        self.assertFalse(self.log_has(daemon, "READSIZE["), "the stored list was read")
+        self.assertNotIn("READSIZE[", daemon.log.text(), "the stored list was read")
+        self.assertEqual(0, daemon.stop())
 
     def test_damaged_item_is_kept_aside_and_the_daemon_runs_empty(self):
-        self.seed("2\n" + json.dumps([{"item_data": {"devname": "Phone"}}]))
+        self.root.seed("2\n" + json.dumps([{"item_data": {"devname": "Phone"}}]))
         secure = self.root.path / "secure"
-        item_file = secure / ITEM
+        item_file = secure / qh.STORAGE_ITEM
         data = bytearray(item_file.read_bytes())
         data[len(data) // 2] ^= 0x55
         item_file.write_bytes(bytes(data))
 
         daemon = self.start_and_load()
-
-        self.assertTrue(self.log_has(daemon, "Read PXM file error"), daemon.log.text())
-        self.assertFalse(self.log_has(daemon, "Restore Data["))
+        self.assert_logged(daemon, "Read PXM file error")
+        self.assertNotIn("Restore Data[", daemon.log.text())
         self.assertIsNone(daemon.process.poll())
-        aside = [p.name for p in secure.iterdir() if p.name.startswith(ITEM + ".corrupt-")]
+        aside = [p.name for p in secure.iterdir()
+                 if p.name.startswith(qh.STORAGE_ITEM + ".corrupt-")]
         self.assertEqual(1, len(aside), sorted(p.name for p in secure.iterdir()))
         self.assertFalse(item_file.exists())
 

@@ -3,19 +3,14 @@ answers allow, deny, undecided or nothing (QUILLON_UX_ANSWER); the verdict is st
 announced and entered in the wake-up tables, a second request meanwhile is turned away, and
 a prompt that never answers is closed after 35 s with the device reported undecided."""
 
-import json
 import os
 import sys
-import time
 import unittest
-
-from gi.repository import GLib
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import quillon_bus as qb  # noqa: E402
 import quillon_harness as qh  # noqa: E402
 
-UX_APP_ID = "org.nuvak.quillon-ux"
 PHONE_BT = "AA:BB:CC:DD:EE:01"
 PHONE_WIFI = "AA:BB:CC:DD:EE:02"
 LAPTOP_BT = "AA:BB:CC:DD:EE:21"
@@ -23,16 +18,12 @@ LAPTOP_BT = "AA:BB:CC:DD:EE:21"
 EXPIRY_WAIT = 90.0
 
 
-def mac_ind(mac, ind):
-    return GLib.Variant("(si)", (mac, ind))
-
-
 class PromptFlow(qh.QuillonTestCase):
 
     def serve(self, answer, delay_ms=0):
         """The daemon with quillon-ux registered; the prompt inherits the daemon's
         environment, which carries its scripted answer."""
-        self.root.platform("register-app", UX_APP_ID, qh.program("quillon-ux"))
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
         self.daemon = self.start_serving_daemon({"QUILLON_UX_ANSWER": answer,
                                                  "QUILLON_UX_DELAY_MS": str(delay_ms)})
         self.client = qb.BusClient(self.bus.address)
@@ -45,21 +36,12 @@ class PromptFlow(qh.QuillonTestCase):
                                                 qb.record(name=name, bt=bt, wifi=wifi)))
         return start
 
-    def wake_tables(self):
-        tables = json.loads(self.root.platform("wake-tables", "--json").stdout)
-        return ({d["address"].upper() for d in tables["bt_headless"]},
-                {w["address"].upper() for w in tables["wowl_wakers"]})
-
-    def running_prompts(self):
+    def no_prompt(self):
         apps = self.root.platform("apps").stdout.splitlines()
-        return [line for line in apps if line.startswith("running\t") and UX_APP_ID in line]
+        return not [a for a in apps if a.startswith("running\t") and qh.UX_APP_ID in a]
 
-    def wait_no_prompt(self, timeout=15.0):
-        deadline = time.monotonic() + timeout
-        while self.running_prompts():
-            if time.monotonic() >= deadline:
-                self.fail(f"the prompt is still running: {self.running_prompts()}")
-            time.sleep(0.05)
+    def wait_no_prompt(self):
+        self.assertTrue(qh.wait_until(self.no_prompt, 15.0), "the prompt is still running")
 
     def test_an_allowed_device_is_stored_announced_and_may_wake_the_tv(self):
         self.serve("allow")
@@ -72,7 +54,7 @@ class PromptFlow(qh.QuillonTestCase):
         self.assertEqual(1, count)
         self.assertEqual(("Phone", PHONE_BT, PHONE_WIFI, 0),
                          (elements[0][0], elements[0][1], elements[0][2], elements[0][6]))
-        self.assertEqual(({PHONE_BT}, {PHONE_WIFI}), self.wake_tables())
+        self.assertEqual(({PHONE_BT}, {PHONE_WIFI}), self.root.wake_tables())
 
         # The prompt is gone, so the next new device is asked about in turn.
         self.wait_no_prompt()
@@ -86,8 +68,8 @@ class PromptFlow(qh.QuillonTestCase):
         start = self.ask("Phone", PHONE_BT, PHONE_WIFI)
         signals = self.client.wait_signals(1, start=start, timeout=30.0)
         self.assertEqual([(PHONE_BT, PHONE_WIFI, "0", 1)], [s.value for s in signals])
-        self.assertEqual((1,), self.client.call("pxm_get_status", mac_ind(PHONE_BT, 1)))
-        self.assertEqual((set(), set()), self.wake_tables())
+        self.assertEqual((1,), self.client.call("pxm_get_status", qb.mac_ind(PHONE_BT, 1)))
+        self.assertEqual((set(), set()), self.root.wake_tables())
 
         # Asking again is answered from the stored denial, without a prompt.
         self.wait_no_prompt()
@@ -96,7 +78,7 @@ class PromptFlow(qh.QuillonTestCase):
                                                 qb.record(name="Phone", bt=PHONE_BT)))
         self.client.flush()
         self.assertEqual([], self.client.signals(start=start))
-        self.assertEqual([], self.running_prompts())
+        self.assertTrue(self.no_prompt())
 
     def test_an_undecided_answer_is_announced_and_nothing_is_stored(self):
         self.serve("undecided")
@@ -104,7 +86,7 @@ class PromptFlow(qh.QuillonTestCase):
         signals = self.client.wait_signals(1, start=start, timeout=30.0)
         self.assertEqual([(PHONE_BT, "0", "0", 2)], [s.value for s in signals])
         self.assertEqual(([], 0), self.client.call("pxm_get_list"))
-        self.assertEqual((set(), set()), self.wake_tables())
+        self.assertEqual((set(), set()), self.root.wake_tables())
 
     def test_a_silent_prompt_turns_others_away_then_expires_undecided(self):
         self.serve("none")

@@ -2,16 +2,12 @@
 // are refused by a standing denial, which launch the prompt, and the lines operators read.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
-#include <future>
-#include <memory>
 #include <string>
-#include <thread>
 
 #include "CPXMCore.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "unit_support.h"
 
 namespace {
 
@@ -21,40 +17,10 @@ const char* const kP2p = "AA:BB:CC:DD:EE:03";
 
 pxm_core_device_s Device(int status, const char* bt = kBt, const char* wifi = kWifi,
                          const char* p2p = kP2p) {
-    pxm_core_device_s d{};
-    snprintf(d.devname, sizeof(d.devname), "Phone");
-    snprintf(d.bt_mac, sizeof(d.bt_mac), "%s", bt);
-    snprintf(d.wifi_mac, sizeof(d.wifi_mac), "%s", wifi);
-    snprintf(d.p2p_mac, sizeof(d.p2p_mac), "%s", p2p);
-    d.devtype = 3;
-    d.devicon = 4;
-    d.devstatus = status;
-    return d;
+    return unit::Device("Phone", bt, wifi, p2p, status);
 }
 
-// A line with the given level whose prefix names `func` and whose text contains `text`.
-bool Logged(const std::string& func, const std::string& text, int level) {
-    for (const fake::LogLine& line : fake::Logs()) {
-        if (line.level == level && line.tag == "PXM_CORE" &&
-            line.text.find("pxmCore: " + func + "(") == 0 &&
-            line.text.find("> " + text) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Another thread can take the lock: nothing was left held by the decision.
-bool LockIsFree(PXMUtil::Mutex& lock) {
-    auto done = std::make_shared<std::promise<void>>();
-    std::future<void> ready = done->get_future();
-    std::thread([&lock, done] {
-        lock.Lock();
-        lock.Unlock();
-        done->set_value();
-    }).detach();
-    return ready.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-}
+using unit::CoreLogged;
 
 class AccessDecisionTest : public ::testing::Test {
 protected:
@@ -129,7 +95,7 @@ TEST_F(AccessDecisionTest, DecisionTable) {
         }
         EXPECT_EQ(Request(Device(0)), c.result);
         EXPECT_EQ(Launches(), c.prompt ? 1u : 0u);
-        EXPECT_TRUE(LockIsFree(core->mPXMLock));
+        EXPECT_TRUE(unit::LockIsFree(core->mPXMLock));
         core->DB_WaitForSaves();
 
         const size_t expectRecords = (c.stored >= 0 || c.result == 0) ? 1 : 0;
@@ -143,14 +109,14 @@ TEST_F(AccessDecisionTest, DecisionTable) {
         }
         if (c.mode == 5 && c.stored != 1) {
             EXPECT_TRUE(
-                Logged("CMD_RequestAccess", "Unavailable AccessNoti value [5]", DLOG_ERROR));
+                CoreLogged("CMD_RequestAccess", "Unavailable AccessNoti value [5]", DLOG_ERROR));
         }
         if (c.stored != 1) {
-            EXPECT_TRUE(Logged(
+            EXPECT_TRUE(CoreLogged(
                 "CMD_RequestAccess",
                 "REQUESTACCESS - AccessNoti[" + std::to_string(c.mode) + "] REQOPT[0]", DLOG_INFO));
         }
-        EXPECT_EQ(Logged("CMD_RequestAccess", "NOTI HERE", DLOG_INFO), c.prompt);
+        EXPECT_EQ(CoreLogged("CMD_RequestAccess", "NOTI HERE", DLOG_INFO), c.prompt);
     }
 }
 
@@ -166,10 +132,11 @@ TEST_F(AccessDecisionTest, StandingDenialShortCircuitsEverything) {
     EXPECT_EQ(Launches(), 0u);
     ASSERT_EQ(core->mDeviceList.size(), 1u);
     EXPECT_EQ(core->mDeviceList[0].accessTime, 1234u);
-    EXPECT_TRUE(Logged("UTIL_CheckStatus", "Save type = [0]", DLOG_INFO));
-    EXPECT_TRUE(Logged("UTIL_CheckStatus", "devKeyType[0]", DLOG_INFO));
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "Failed to set device : Already Denied", DLOG_WARN));
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "No data changed(REJECT), no CALLBACK", DLOG_WARN));
+    EXPECT_TRUE(CoreLogged("UTIL_CheckStatus", "Save type = [0]", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("UTIL_CheckStatus", "devKeyType[0]", DLOG_INFO));
+    EXPECT_TRUE(
+        CoreLogged("CMD_RequestAccess", "Failed to set device : Already Denied", DLOG_WARN));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "No data changed(REJECT), no CALLBACK", DLOG_WARN));
     EXPECT_FALSE(fake::HasLog("REQUESTACCESS"));
 
     // A prompt the requester insists on is shown in every mode, with its line at ERROR.
@@ -186,9 +153,9 @@ TEST_F(AccessDecisionTest, StandingDenialShortCircuitsEverything) {
         EXPECT_EQ(Launches(), 1u);
         EXPECT_EQ(core->m_nReqOpt, 0);
         EXPECT_EQ(core->mDeviceList[0].devstatus, 1);
-        EXPECT_TRUE(Logged("CMD_RequestAccess", "NOTI HERE", DLOG_ERROR));
-        EXPECT_TRUE(
-            Logged("CMD_RequestAccess", "This is not a WIFI session the AP REQOPT[3]", DLOG_WARN));
+        EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "NOTI HERE", DLOG_ERROR));
+        EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "This is not a WIFI session the AP REQOPT[3]",
+                               DLOG_WARN));
     }
 
     // A new denial of a denied device is stored silently, not refused.
@@ -198,7 +165,8 @@ TEST_F(AccessDecisionTest, StandingDenialShortCircuitsEverything) {
     EXPECT_EQ(Request(Device(1)), 1);
     EXPECT_EQ(core->m_nReqOpt, 3);
     EXPECT_EQ(Launches(), 0u);
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "DENIED data... no PXM UX and just add", DLOG_WARN));
+    EXPECT_TRUE(
+        CoreLogged("CMD_RequestAccess", "DENIED data... no PXM UX and just add", DLOG_WARN));
     EXPECT_FALSE(fake::HasLog("Already Denied"));
     core->DB_WaitForSaves();
     EXPECT_NE(core->mDeviceList[0].accessTime, 1234u);  // merged again
@@ -213,7 +181,7 @@ TEST_F(AccessDecisionTest, WizardAndForcedRequestsSkipThePrompt) {
     core->DB_WaitForSaves();
     ASSERT_EQ(core->mDeviceList.size(), 1u);
     EXPECT_EQ(core->mDeviceList[0].devstatus, 0);
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "PnP Wizard is running... no PXM UX", DLOG_WARN));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "PnP Wizard is running... no PXM UX", DLOG_WARN));
     EXPECT_FALSE(fake::HasLog("REQUESTACCESS"));
 
     Fresh();
@@ -223,7 +191,8 @@ TEST_F(AccessDecisionTest, WizardAndForcedRequestsSkipThePrompt) {
     EXPECT_EQ(Request(forced), 0);
     EXPECT_EQ(Launches(), 0u);
     EXPECT_EQ(core->m_nReqOpt, 3);
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "App forced.... no PXM UX and just add", DLOG_WARN));
+    EXPECT_TRUE(
+        CoreLogged("CMD_RequestAccess", "App forced.... no PXM UX and just add", DLOG_WARN));
     core->DB_WaitForSaves();
     EXPECT_EQ(core->mDeviceList.size(), 1u);
 
@@ -239,7 +208,7 @@ TEST_F(AccessDecisionTest, WizardAndForcedRequestsSkipThePrompt) {
         EXPECT_EQ(Launches(), 1u);
         EXPECT_EQ(core->m_nReqOpt, 0);
         EXPECT_TRUE(core->mDeviceList.empty());
-        EXPECT_TRUE(Logged("CMD_RequestAccess", "NOTI HERE", DLOG_ERROR));
+        EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "NOTI HERE", DLOG_ERROR));
     }
 }
 
@@ -249,8 +218,8 @@ TEST_F(AccessDecisionTest, SecureNetworkModeStoresNewDevicesOnlyOnSecureWifi) {
     EXPECT_EQ(Request(Device(0)), 0);
     EXPECT_TRUE(core->m_bSecurity);
     EXPECT_EQ(Launches(), 0u);
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "m_bSecurity [1]", DLOG_INFO));
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "Security condition accepted. No noti", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "m_bSecurity [1]", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess", "Security condition accepted. No noti", DLOG_INFO));
 
     // Not over this TV's access point: asked, and the option is spent.
     Fresh();
@@ -261,7 +230,7 @@ TEST_F(AccessDecisionTest, SecureNetworkModeStoresNewDevicesOnlyOnSecureWifi) {
     EXPECT_EQ(Launches(), 1u);
     EXPECT_EQ(core->m_nReqOpt, 0);
     EXPECT_TRUE(
-        Logged("CMD_RequestAccess", "This is not a WIFI session the AP REQOPT[3]", DLOG_WARN));
+        CoreLogged("CMD_RequestAccess", "This is not a WIFI session the AP REQOPT[3]", DLOG_WARN));
     EXPECT_TRUE(core->mDeviceList.empty());
 
     // Without a valid Wi-Fi address the secure network does not vouch for the device.
@@ -278,7 +247,7 @@ TEST_F(AccessDecisionTest, TesselModeAndTheAllowedSinceBootList) {
     Store(0, 4);
     EXPECT_EQ(Request(Device(0)), 2);
     EXPECT_EQ(Launches(), 1u);
-    EXPECT_TRUE(Logged("is_tessel_mode", "is_tessel status:[1]", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("is_tessel_mode", "is_tessel status:[1]", DLOG_INFO));
     ASSERT_EQ(fake::Calls("system_info_get_custom_bool").size(), 1u);
     EXPECT_EQ(fake::Calls("system_info_get_custom_bool")[0].args[0], PXM_TESSEL_FEATURE_KEY);
 
@@ -290,10 +259,11 @@ TEST_F(AccessDecisionTest, TesselModeAndTheAllowedSinceBootList) {
     Store(0, 4);
     EXPECT_EQ(Request(Device(0)), 0);
     EXPECT_EQ(Launches(), 0u);
-    EXPECT_TRUE(Logged("is_tessel_mode", "system_info_get_value_bool() fail", DLOG_ERROR));
-    EXPECT_TRUE(Logged("is_tessel_mode", "is_tessel status:[0]", DLOG_INFO));
-    EXPECT_TRUE(Logged("CMD_RequestAccess",
-                       "This device is already allowed [4]times after booting. No UX", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("is_tessel_mode", "system_info_get_value_bool() fail", DLOG_ERROR));
+    EXPECT_TRUE(CoreLogged("is_tessel_mode", "is_tessel status:[0]", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess",
+                           "This device is already allowed [4]times after booting. No UX",
+                           DLOG_INFO));
 
     // A reverse-list request passes on the normal list's record...
     Fresh();
@@ -303,7 +273,7 @@ TEST_F(AccessDecisionTest, TesselModeAndTheAllowedSinceBootList) {
     EXPECT_EQ(Launches(), 0u);
     core->DB_WaitForSaves();
     EXPECT_EQ(core->mReverseDeviceList.size(), 1u);
-    EXPECT_TRUE(Logged("UTIL_CheckStatus", "Save type = [1]", DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("UTIL_CheckStatus", "Save type = [1]", DLOG_INFO));
 
     // ...and a count kept only in the reverse list does not let it pass.
     Fresh();
@@ -311,8 +281,8 @@ TEST_F(AccessDecisionTest, TesselModeAndTheAllowedSinceBootList) {
     Store(0, 2, PXM_SAVE_REVERSE);
     EXPECT_EQ(Request(Device(0), PXM_SAVE_REVERSE), 2);
     EXPECT_EQ(Launches(), 1u);
-    EXPECT_TRUE(Logged("CMD_RequestAccess", "Device status [0] TV state [0] Is AOV activated [0]",
-                       DLOG_INFO));
+    EXPECT_TRUE(CoreLogged("CMD_RequestAccess",
+                           "Device status [0] TV state [0] Is AOV activated [0]", DLOG_INFO));
 }
 
 TEST_F(AccessDecisionTest, UndecidedRequestPassesThroughAndFailedLaunchGivesMinusOne) {

@@ -1,18 +1,15 @@
-// Process entry: the fatal start-up path, the watchdog ping, the main loop's end on a
-// signal and the order of the teardown.
+// Process entry: the watchdog ping, the main loop's end and the order of the teardown.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <string>
 #include <vector>
 
 #include "dlog.h"
 #include "fake_platform.h"
 #include "quillon_main.h"
+#include "unit_support.h"
 
 namespace {
-
-const char kFactoryResetKey[] = "db/registertv/factoryreset";
 
 // The teardown's platform calls, as the journal names them.
 const std::vector<std::string> kTeardownCalls = {"smart_deadlock_unregister_watchdog_service",
@@ -24,11 +21,6 @@ const std::vector<std::string> kTeardownCalls = {"smart_deadlock_unregister_watc
 
 gboolean QuitMainLoop(gpointer) {
     g_main_loop_quit(mainloop);
-    return G_SOURCE_REMOVE;
-}
-
-gboolean SendSigterm(gpointer) {
-    kill(getpid(), SIGTERM);
     return G_SOURCE_REMOVE;
 }
 
@@ -48,31 +40,6 @@ std::vector<fake::Call> TeardownCalls() {
         }
     }
     return out;
-}
-
-// Each text found after the previous one; false names the first text out of order.
-::testing::AssertionResult LogsInOrder(const std::vector<std::string>& texts) {
-    std::size_t from = 0;
-    for (const auto& text : texts) {
-        long at = fake::FindLog(text, from);
-        if (at < 0) {
-            return ::testing::AssertionFailure() << "missing or out of order: " << text;
-        }
-        from = static_cast<std::size_t>(at) + 1;
-    }
-    return ::testing::AssertionSuccess();
-}
-
-TEST(DaemonMain, MissingFactoryResetKeyEndsTheProcessWithStatus255) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    fake::Reset();
-    fake::SeedDefaultSettings();
-    fake::Unset(kFactoryResetKey);
-    // The read failure is logged and the list still loaded before the process gives up.
-    EXPECT_EXIT(QuillonMain(), ::testing::ExitedWithCode(255),
-                "vconf_get_int failed for db/registertv/factoryreset.*"
-                "VCONFKEY_FACTORY_RESET_STATUS \\[0\\].*Initialized\\[0\\].*"
-                "\\[DAEMON\\] Failed to Initialize PXMDBusServer\\.");
 }
 
 TEST(DaemonMain, WatchdogPingFailureIsLoggedAndThePingKeepsRunning) {
@@ -120,7 +87,7 @@ TEST(DaemonMain, RunsTheLoopThenTearsDownInReverseOrderOfRegistration) {
     // The backup keys stay watched until the server's destructor runs at exit.
     EXPECT_EQ(1u, fake::VconfListenerCount("memory/bnr/backupcid"));
 
-    EXPECT_TRUE(LogsInOrder(
+    EXPECT_TRUE(unit::LogsInOrder(
         {"Initialized[1]", "[DAEMON] Initialize PXMDBusServer.", "[DAEMON] Start Quillon",
          "[DAEMON] Quillon service is running", "[DAEMON] Quillon service is inactive",
          "standby callback unsubscribed successfully",
@@ -139,7 +106,7 @@ TEST(DaemonMain, TeardownFailuresAreLoggedAndEveryStepStillRuns) {
     g_idle_add(QuitMainLoop, nullptr);
     EXPECT_EQ(0, QuillonMain());
 
-    EXPECT_TRUE(LogsInOrder(
+    EXPECT_TRUE(unit::LogsInOrder(
         {"[DAEMON] Quillon service is inactive",
          "Failed to deregister device_power_unsubscribe_standby callback [-1]",
          "Failed to deregister wifi_unset_connection_state_changed_cb callback [-2]",
@@ -149,16 +116,6 @@ TEST(DaemonMain, TeardownFailuresAreLoggedAndEveryStepStillRuns) {
     EXPECT_FALSE(fake::HasLog("bt deinit successfully"));
     EXPECT_FALSE(fake::HasLog("WiFi deinitialized successfully"));
     EXPECT_EQ(8u, TeardownCalls().size());
-}
-
-TEST(DaemonMain, SigtermQuitsTheLoopThroughTheTeardown) {
-    fake::Reset();
-    fake::SeedDefaultSettings();
-    g_idle_add(SendSigterm, nullptr);
-    EXPECT_EQ(0, QuillonMain());
-    EXPECT_TRUE(LogsInOrder({"[DAEMON] Quillon service is running",
-                             "[DAEMON] Quillon service is inactive", "bt deinit successfully"}));
-    EXPECT_EQ(1u, fake::CallCount("smart_deadlock_unregister_watchdog_service"));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "CPXMCore.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "unit_support.h"
 
 namespace {
 
@@ -27,13 +28,7 @@ pxm_core_device_s Device(const char* name, int status, int dyType) {
     return dev;
 }
 
-std::vector<std::string> Names(const std::vector<pxm_core_device_s>& list) {
-    std::vector<std::string> names;
-    for (const pxm_core_device_s& dev : list) {
-        names.push_back(dev.devname);
-    }
-    return names;
-}
+using unit::Names;
 
 // Every field, so that two records compare with a readable difference.
 std::string Text(const pxm_core_device_s& d) {
@@ -81,24 +76,16 @@ TEST_F(ListJsonTest, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     ASSERT_TRUE(reader->parse(out.data(), out.data() + out.size(), &root, nullptr)) << out;
     ASSERT_EQ(4u, root.size());
-    const std::vector<std::string> keys = {"accessTime",
-                                           "bt_mac",
-                                           "devicon",
-                                           "devname",
-                                           "devstatus",
-                                           "devtype",
-                                           "dy_type",
-                                           "isNoUX",
-                                           "isUXAlways",
-                                           "keyType",
-                                           "mirroring_Id",
-                                           "p2p_mac",
-                                           "tvInitMirroringSupport",
-                                           "wifi_mac",
-                                           "zel_id"};
+    const std::string keys =
+        "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways keyType "
+        "mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ";
     for (const Json::Value& element : root) {
         EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
-        EXPECT_EQ(keys, element["item_data"].getMemberNames());
+        std::string names;
+        for (const std::string& name : element["item_data"].getMemberNames()) {
+            names += name + " ";
+        }
+        EXPECT_EQ(keys, names);
     }
     EXPECT_EQ("Marked", root[2]["item_data"]["devname"].asString());
     EXPECT_EQ(4, root[2]["item_data"]["dy_type"].asInt());

@@ -3,24 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "CPXMCore.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "unit_support.h"
 
 namespace {
 
+// A record whose key type the registry completes.
 pxm_core_device_s Dev(const char* name, const char* bt, const char* wifi, const char* p2p,
                       int status) {
-    pxm_core_device_s d{};
-    snprintf(d.devname, sizeof d.devname, "%s", name);
-    snprintf(d.bt_mac, sizeof d.bt_mac, "%s", bt);
-    snprintf(d.wifi_mac, sizeof d.wifi_mac, "%s", wifi);
-    snprintf(d.p2p_mac, sizeof d.p2p_mac, "%s", p2p);
-    d.devstatus = status;
+    pxm_core_device_s d = unit::Device(name, bt, wifi, p2p, status);
     d.keyType = -1;
     return d;
 }

@@ -15,15 +15,12 @@
 #include "CPXMCore.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "unit_support.h"
 
 namespace {
 
 pxm_core_device_s Dev(const char* name, const char* bt, const char* wifi, const char* p2p) {
-    pxm_core_device_s d{};
-    snprintf(d.devname, sizeof d.devname, "%s", name);
-    snprintf(d.bt_mac, sizeof d.bt_mac, "%s", bt);
-    snprintf(d.wifi_mac, sizeof d.wifi_mac, "%s", wifi);
-    snprintf(d.p2p_mac, sizeof d.p2p_mac, "%s", p2p);
+    pxm_core_device_s d = unit::Device(name, bt, wifi, p2p);
     snprintf(d.zel_id, sizeof d.zel_id, "zel-%s", name);
     d.devtype = 2;
     d.accessTime = 1700000000123ULL;
@@ -158,15 +155,6 @@ TEST_F(RegistryOps, RemoveAllClearsTablesOnlyForTheNormalList) {
     fake::SetResult("bt_headless_open_db", -1);
     EXPECT_FALSE(core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL));
     EXPECT_TRUE(core->mDeviceList.empty());
-}
-
-TEST_F(RegistryOps, ClearUpdateResetsOnlyTheNormalList) {
-    core->UTIL_ClearUpdate();
-    for (const pxm_core_device_s& rec : core->mDeviceList) {
-        EXPECT_EQ(rec.updated, 0);
-    }
-    EXPECT_EQ(core->mReverseDeviceList[0].updated, 3);
-    EXPECT_TRUE(fake::HasLog("Update cleared", DLOG_INFO));
 }
 
 TEST_F(RegistryOps, OperationsReleaseTheListLockAndNeverWaitForTheFileLock) {

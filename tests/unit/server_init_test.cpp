@@ -1,80 +1,26 @@
 // The bus server: construction and destruction, the factory-reset check of its start-up,
-// registration of the three interfaces on a bus connection, and dispatch.
-#include <gio/gio.h>
+// and registration of the three interfaces on a bus connection.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <cstdlib>
-#include <functional>
-#include <set>
 #include <string>
-#include <vector>
 
-#include "CPXMCore.h"
-#include "PXMDBusServer.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "handler_bus.h"
 
 namespace {
 
 const char kFactoryResetKey[] = "db/registertv/factoryreset";
 
-gboolean SetFlag(gpointer flag) {
-    *static_cast<bool*>(flag) = true;
-    return G_SOURCE_REMOVE;
-}
-
-// Dispatches the default main context until done() holds; false after timeout_ms.
-bool RunUntil(const std::function<bool()>& done, guint timeout_ms = 5000) {
-    bool timed_out = false;
-    guint timer = g_timeout_add(timeout_ms, SetFlag, &timed_out);
-    while (!done() && !timed_out) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    if (!timed_out) {
-        g_source_remove(timer);
-    }
-    return done();
-}
-
 // The server with its node info parsed and its name request answered (no system bus in
 // unit tests, so the answer is a lost name).
 PXMDBusServer* StartedServer() {
     PXMDBusServer* server = PXMDBusServer::GetInstance();
-    EXPECT_TRUE(RunUntil(
+    EXPECT_TRUE(unit::RunUntil(
         [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }));
     EXPECT_NE(nullptr, g_atomic_pointer_get(&server->m_pIntrospection));
     return server;
-}
-
-void OnConnectionReady(GObject*, GAsyncResult* result, gpointer out) {
-    *static_cast<GDBusConnection**>(out) = g_dbus_connection_new_finish(result, nullptr);
-}
-
-// The daemon's end of a private D-Bus connection over a socket pair; the other end is
-// kept alive with it. Neither is released: the server keeps its connection for good.
-GDBusConnection* PeerConnection() {
-    int fds[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
-        return nullptr;
-    }
-    GDBusConnection* ends[2] = {nullptr, nullptr};
-    gchar* guid = g_dbus_generate_guid();
-    for (int i = 0; i < 2; ++i) {
-        GSocket* socket = g_socket_new_from_fd(fds[i], nullptr);
-        GSocketConnection* stream = g_socket_connection_factory_create_connection(socket);
-        auto flags = i == 0 ? static_cast<GDBusConnectionFlags>(
-                                  G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER |
-                                  G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_ALLOW_ANONYMOUS)
-                            : G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
-        g_dbus_connection_new(G_IO_STREAM(stream), i == 0 ? guid : nullptr, flags, nullptr, nullptr,
-                              OnConnectionReady, &ends[i]);
-        g_object_unref(stream);
-        g_object_unref(socket);
-    }
-    g_free(guid);
-    EXPECT_TRUE(RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }));
-    return ends[0];
 }
 
 TEST(ServerInit, ConstructionWatchesTheBackupKeysThenStartsTheServerThread) {
@@ -87,9 +33,6 @@ TEST(ServerInit, ConstructionWatchesTheBackupKeysThenStartsTheServerThread) {
     EXPECT_GT(fake::FindLog("[DBusServer] Constructor"), watched);
     EXPECT_TRUE(fake::HasLog("[DBusServer] Constructor", DLOG_INFO, "PXM_LOG"));
 
-    EXPECT_EQ(&PXMDBusServer::m_HandleMethodCall, server->m_InterfaceVtable.method_call);
-    EXPECT_EQ(nullptr, server->m_InterfaceVtable.get_property);
-    EXPECT_EQ(nullptr, server->m_InterfaceVtable.set_property);
     EXPECT_EQ(nullptr, server->m_pPXMCore);
     EXPECT_FALSE(fake::HasLog("[DBusServer] Fail to"));
     EXPECT_FALSE(fake::HasLog("[DBusServer] own bus name error."));
@@ -187,7 +130,7 @@ TEST(ServerInit, BusIsAcquiredOnlyWhenAllThreeInterfacesRegisterAndOnlyOnce) {
     ASSERT_NE(nullptr, node);
 
     // Someone else already serves GetInterface there: step 2 fails, the bus is not acquired.
-    GDBusConnection* taken = PeerConnection();
+    GDBusConnection* taken = handler_bus::ConnectedPair();
     ASSERT_NE(nullptr, taken);
     ASSERT_NE(0u, g_dbus_connection_register_object(taken, PXM_DBUS_PATH, node->interfaces[1],
                                                     nullptr, nullptr, nullptr, nullptr));
@@ -199,7 +142,7 @@ TEST(ServerInit, BusIsAcquiredOnlyWhenAllThreeInterfacesRegisterAndOnlyOnce) {
         DLOG_ERROR));
     EXPECT_FALSE(fake::HasLog("UxInterface succeed"));
 
-    GDBusConnection* fresh = PeerConnection();
+    GDBusConnection* fresh = handler_bus::ConnectedPair();
     ASSERT_NE(nullptr, fresh);
     PXMDBusServer::m_OnBusAcquired(fresh, PXM_DBUS_NAME, server);
     EXPECT_FALSE(fake::HasLog("Already Acquired so this is ignored."));
@@ -210,84 +153,13 @@ TEST(ServerInit, BusIsAcquiredOnlyWhenAllThreeInterfacesRegisterAndOnlyOnce) {
     EXPECT_TRUE(fake::HasLog("[DBusServer] register_object completed [" + std::to_string(ids[0]) +
                              "][" + std::to_string(ids[1]) + "][" + std::to_string(ids[2]) + "]"));
 
-    GDBusConnection* again = PeerConnection();
+    GDBusConnection* again = handler_bus::ConnectedPair();
     ASSERT_NE(nullptr, again);
     PXMDBusServer::m_OnBusAcquired(again, PXM_DBUS_NAME, server);
     EXPECT_TRUE(fake::HasLog("Already Acquired so this is ignored.", DLOG_ERROR, "PXM_LOG"));
     EXPECT_EQ(fresh, server->m_Connection);
     EXPECT_EQ(ids[2], server->m_nUxRegId);
     EXPECT_EQ(1u, fake::CountLogs("register_object completed"));
-}
-
-TEST(ServerInit, DispatchLogsAnUnknownMethodAndANullInstanceWithoutCrashing) {
-    fake::Reset();
-    PXMDBusServer* server = PXMDBusServer::GetInstance();
-    PXMDBusServer::m_HandleMethodCall(nullptr, ":1.5", PXM_DBUS_PATH, PXM_DBUS_GET_INTERFACE,
-                                      "pxm_no_such_method", nullptr, nullptr, server);
-    EXPECT_TRUE(fake::HasLog("[DBusServer] Unknown method name[pxm_no_such_method]", DLOG_ERROR,
-                             "PXM_LOG"));
-
-    PXMDBusServer::m_HandleMethodCall(nullptr, ":1.5", PXM_DBUS_PATH, PXM_DBUS_GET_INTERFACE,
-                                      "pxm_get_status", nullptr, nullptr, nullptr);
-    EXPECT_TRUE(fake::HasLog("[DBusServer] pInstance is NULL.", DLOG_ERROR, "PXM_LOG"));
-    EXPECT_FALSE(fake::HasLog("Unknown method name[pxm_get_status]"));
-}
-
-TEST(ServerInit, EveryIntrospectedMethodIsMappedToItsOwnHandler) {
-    using S = PXMDBusServer;
-    const std::vector<std::pair<std::string, S::Handler>> expected = {
-        {"pxm_get_status", &S::pxm_get_status},
-        {"pxm_set_status", &S::pxm_set_status},
-        {"pxm_get_device", &S::pxm_get_device},
-        {"pxm_get_list", &S::pxm_get_list},
-        {"pxm_request_access", &S::pxm_request_access},
-        {"pxm_remove_device", &S::pxm_remove_device},
-        {"pxm_remove_all", &S::pxm_remove_all},
-        {"pxm_feedback_ux", &S::pxm_feedback_ux},
-        {"pxm_set_tv_init_mirroring_status", &S::pxm_set_tv_init_mirroring_status},
-        {"pxm_set_device_extended_param_string", &S::pxm_set_device_extended_param_string},
-        {"pxm_request_access_reverse", &S::pxm_request_access_reverse},
-        {"pxm_get_device_reverse", &S::pxm_get_device_reverse},
-        {"pxm_get_list_reverse", &S::pxm_get_list_reverse},
-        {"pxm_remove_device_reverse", &S::pxm_remove_device_reverse},
-        {"pxm_remove_all_reverse", &S::pxm_remove_all_reverse},
-    };
-    EXPECT_EQ(expected.size(), S::fnMapTable.size());
-    for (const auto& [name, handler] : expected) {
-        auto it = S::fnMapTable.find(name);
-        ASSERT_NE(S::fnMapTable.end(), it) << name;
-        EXPECT_TRUE(it->second == handler) << name << " is mapped to another handler";
-    }
-
-    GError* error = nullptr;
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(S::IntrospectionXml(), &error);
-    ASSERT_NE(nullptr, node) << (error ? error->message : "");
-    // Registration relies on the interfaces' order: Set, Get, Ux.
-    const std::vector<std::pair<std::string, std::size_t>> interfaces = {
-        {PXM_DBUS_SET_INTERFACE, 9}, {PXM_DBUS_GET_INTERFACE, 5}, {PXM_DBUS_UX_INTERFACE, 1}};
-    std::set<std::string> introspected;
-    for (std::size_t i = 0; i < interfaces.size(); ++i) {
-        GDBusInterfaceInfo* iface = node->interfaces[i];
-        ASSERT_NE(nullptr, iface);
-        EXPECT_EQ(interfaces[i].first, iface->name);
-        std::size_t count = 0;
-        for (GDBusMethodInfo** m = iface->methods; m != nullptr && *m != nullptr; ++m, ++count) {
-            introspected.insert((*m)->name);
-        }
-        EXPECT_EQ(interfaces[i].second, count) << iface->name;
-    }
-    EXPECT_EQ(nullptr, node->interfaces[3]);
-    std::set<std::string> mapped;
-    for (const auto& entry : S::fnMapTable) {
-        mapped.insert(entry.first);
-    }
-    EXPECT_EQ(mapped, introspected);
-
-    GDBusMethodInfo* feedback =
-        g_dbus_interface_info_lookup_method(node->interfaces[2], "pxm_feedback_ux");
-    ASSERT_NE(nullptr, feedback);
-    EXPECT_TRUE(feedback->out_args == nullptr || feedback->out_args[0] == nullptr);
-    g_dbus_node_info_unref(node);
 }
 
 }  // namespace

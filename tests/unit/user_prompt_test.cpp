@@ -10,6 +10,7 @@
 #include "CPXMCore.h"
 #include "dlog.h"
 #include "fake_platform.h"
+#include "unit_support.h"
 
 namespace {
 
@@ -20,11 +21,7 @@ bool LoggedAt(const std::string& text, int level) {
 }
 
 std::vector<std::string> TerminatedPids() {
-    std::vector<std::string> pids;
-    for (const fake::Call& call : fake::Calls("aul_terminate_pid")) {
-        pids.push_back(call.args.at(0));
-    }
-    return pids;
+    return unit::FirstArgs("aul_terminate_pid");
 }
 
 class UserPromptTest : public ::testing::Test {
@@ -164,18 +161,6 @@ TEST_F(UserPromptTest, StrayPromptMatchIsLenient) {
                            DLOG_ERROR),
                   match);
     }
-}
-
-TEST_F(UserPromptTest, RemoveUXClosesThePrompt) {
-    fake::AddRunningApp(630, PXM_UX_APP_ID);
-    core->UTIL_RemoveUX();
-    EXPECT_EQ(TerminatedPids(), std::vector<std::string>{"630"});
-    EXPECT_TRUE(LoggedAt("Unexpected UX status. Close UX", DLOG_WARN));
-
-    fake::Reset();
-    fake::SetResult("aul_app_get_running_app_info", -1);
-    core->UTIL_RemoveUX();
-    EXPECT_TRUE(LoggedAt("Unexpected UX status. Close error", DLOG_ERROR));
 }
 
 TEST_F(UserPromptTest, DeathOfOurPromptClearsItsPid) {

@@ -4,29 +4,25 @@
 
 #include <cstring>
 
+#include "dlog.h"
+#include "fake_platform.h"
 #include "handler_bus.h"
 
 namespace {
 
-using handler_bus::Client;
+using UxTimer = handler_bus::HandlerTest;
 
-void SetPending(PXMDBusServer* server, const char* name, const char* bt, const char* wifi,
-                const char* p2p, int status) {
-    server->m_UxPendingDevice = handler_bus::Stored(name, bt, wifi, p2p, status);
-}
-
-TEST(UxTimer, AddReplacesTheRunningTimerAndCancelRemovesItOnce) {
-    fake::Reset();
-    PXMDBusServer* server = PXMDBusServer::GetInstance();
-
+TEST_F(UxTimer, AddReplacesTheRunningTimerAndCancelRemovesItOnce) {
+    const gint64 before = g_get_monotonic_time();
     server->m_AddUxTimer();
+    const gint64 after = g_get_monotonic_time();
     guint first = server->m_nUxTimerId;
     ASSERT_NE(0u, first);
     GSource* source = g_main_context_find_source_by_id(nullptr, first);
     ASSERT_NE(nullptr, source);
-    gint64 due_in = g_source_get_ready_time(source) - g_source_get_time(source);
-    EXPECT_GT(due_in, 34 * G_USEC_PER_SEC);
-    EXPECT_LE(due_in, 35 * G_USEC_PER_SEC);
+    // Due 35 s after it was added.
+    EXPECT_GE(g_source_get_ready_time(source), before + 35 * G_USEC_PER_SEC);
+    EXPECT_LE(g_source_get_ready_time(source), after + 35 * G_USEC_PER_SEC);
     EXPECT_TRUE(
         fake::HasLog("\t\t\t [UXTIMER #" + std::to_string(first) + "] New TimerCallback Registered",
                      DLOG_INFO, "PXM_LOG"));
@@ -51,15 +47,11 @@ TEST(UxTimer, AddReplacesTheRunningTimerAndCancelRemovesItOnce) {
               fake::CountLogs("[UXTIMER #" + std::to_string(second) + "] TimerCallback Removed"));
 }
 
-TEST(UxTimer, ExpiryWithNothingUndecidedClosesThePromptAndClearsTheRecord) {
-    fake::Reset();
-    fake::SeedDefaultSettings();
-    PXMDBusServer* server = PXMDBusServer::GetInstance();
-    ASSERT_EQ(1, server->Initialize());
-    CPXMCore* core = server->m_pPXMCore;
+TEST_F(UxTimer, ExpiryWithNothingUndecidedClosesThePromptAndClearsTheRecord) {
+    Start();
     fake::AddRunningApp(4321, PXM_UX_APP_ID);
     core->m_nUxPid = 4321;
-    SetPending(server, "Denied", "AA:BB:CC:DD:EE:01", "", "", 1);
+    server->m_UxPendingDevice = unit::Device("Denied", "AA:BB:CC:DD:EE:01", "", "", 1);
     server->m_AddUxTimer();
     guint timer = server->m_nUxTimerId;
 
@@ -82,12 +74,8 @@ TEST(UxTimer, ExpiryWithNothingUndecidedClosesThePromptAndClearsTheRecord) {
     EXPECT_TRUE(core->mDeviceList.empty());
 }
 
-TEST(UxTimer, ExpiryWithoutAUsableAddressKeepsTheRecordAndStops) {
-    fake::Reset();
-    Client client;
-    ASSERT_TRUE(client.Ready());
-    PXMDBusServer* server = client.server();
-    SetPending(server, "Nameless", "", "AA:BB:CC:DD:EE", "", 2);
+TEST_F(UxTimer, ExpiryWithoutAUsableAddressKeepsTheRecordAndStops) {
+    server->m_UxPendingDevice = unit::Device("Nameless", "", "AA:BB:CC:DD:EE", "", 2);
     server->m_AddUxTimer();
 
     EXPECT_FALSE(PXMDBusServer::m_ExpiredUxTimer(server));
@@ -96,26 +84,18 @@ TEST(UxTimer, ExpiryWithoutAUsableAddressKeepsTheRecordAndStops) {
     EXPECT_EQ(0u, server->m_nUxTimerId);
     EXPECT_STREQ("Nameless", server->m_UxPendingDevice.devname);
     EXPECT_EQ(2, server->m_UxPendingDevice.devstatus);
-    client.Flush();
-    EXPECT_TRUE(client.Signals().empty());
+    EXPECT_TRUE(SignalBodies("").empty());
     EXPECT_FALSE(fake::HasLog("Defensive programming"));
 }
 
-TEST(UxTimer, ExpiryReportsTheUndecidedDeviceWithItsAddressesAsTheyAre) {
-    fake::Reset();
-    Client client;
-    ASSERT_TRUE(client.Ready());
-    CPXMCore* core = handler_bus::StartRegistry(client.server());
-    PXMDBusServer* server = client.server();
+TEST_F(UxTimer, ExpiryReportsTheUndecidedDeviceWithItsAddressesAsTheyAre) {
+    Start();
     // A 17-character address counts, usable or not; empty ones are not replaced.
-    SetPending(server, "Waiting", "", "00:00:00:00:00:00", "", 2);
+    server->m_UxPendingDevice = unit::Device("Waiting", "", "00:00:00:00:00:00", "", 2);
     server->m_AddUxTimer();
 
     EXPECT_TRUE(PXMDBusServer::m_ExpiredUxTimer(server));
-    client.Flush();
-    auto signals = client.Signals(PXM_SIGNAL_STATUS_CHANGED);
-    ASSERT_EQ(1u, signals.size());
-    EXPECT_EQ("('', '00:00:00:00:00:00', '', 2)", signals[0].body);
+    EXPECT_EQ(std::vector<std::string>{"('', '00:00:00:00:00:00', '', 2)"}, SignalBodies());
     EXPECT_TRUE(fake::HasLog(
         "[DBusServer] Defensive programming :: Unexpected UX termination. Send feedback with "
         "backupdata",

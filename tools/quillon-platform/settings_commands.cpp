@@ -1,14 +1,12 @@
 // Settings commands: seed, read and change settings keys through the platform's own
 // settings functions, exactly as the daemon sees them.
-#include <errno.h>
-
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "parse_decimal.h"
 #include "settings_key.h"
 #include "vconf.h"
 
@@ -38,24 +36,6 @@ bool CheckKey(const Command& command, const std::string& key, int* status) {
                                     "' (printable ASCII without blanks, no '..', no '//', "
                                     "no '/' at either end)");
     return false;
-}
-
-// A decimal int, optionally signed; nothing else, not even blanks.
-bool ParseInt(const std::string& text, int* value) {
-    if (text.empty())
-        return false;
-    size_t start = (text[0] == '-' || text[0] == '+') ? 1 : 0;
-    if (start == text.size())
-        return false;
-    for (size_t i = start; i < text.size(); ++i)
-        if (text[i] < '0' || text[i] > '9')
-            return false;
-    errno = 0;
-    long long parsed = std::strtoll(text.c_str(), nullptr, 10);
-    if (errno == ERANGE || parsed < INT_MIN || parsed > INT_MAX)
-        return false;
-    *value = static_cast<int>(parsed);
-    return true;
 }
 
 bool KeyExists(const char* key) {
@@ -117,7 +97,7 @@ int RunSetInt(const Command& self, const std::vector<std::string>& args) {
     if (!ExpectArgs(self, args, 2, &status) || !CheckKey(self, args[0], &status))
         return status;
     int number = 0;
-    if (!ParseInt(args[1], &number))
+    if (!quillon_tools::ParseDecimal(args[1], &number))
         return BadInput(self, "'" + args[1] + "' is not a decimal integer in the int range");
     return Written(vconf_set_int(args[0].c_str(), number), args[0]);
 }

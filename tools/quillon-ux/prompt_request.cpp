@@ -1,9 +1,8 @@
 #include "prompt_request.h"
 
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <map>
+
+#include "parse_decimal.h"
 
 namespace quillon_ux {
 
@@ -32,22 +31,6 @@ const NumberKey kNumberKeys[] = {
     {"NOUX", &PromptRequest::no_ux},
     {"UXALWAYS", &PromptRequest::ux_always},
 };
-
-// Decimal with an optional sign and nothing around it: the daemon writes them with "%d".
-bool ParseDecimal(const std::string& text, int* number) {
-    size_t digits = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
-    if (digits == text.size())
-        return false;
-    for (size_t i = digits; i < text.size(); ++i)
-        if (text[i] < '0' || text[i] > '9')
-            return false;
-    errno = 0;
-    long long parsed = std::strtoll(text.c_str(), nullptr, 10);
-    if (errno == ERANGE || parsed < INT_MIN || parsed > INT_MAX)
-        return false;
-    *number = static_cast<int>(parsed);
-    return true;
-}
 
 }  // namespace
 
@@ -83,7 +66,7 @@ bool ParsePromptArguments(const std::vector<std::string>& args, PromptRequest* r
             *error = std::string("missing key ") + key.name;
             return false;
         }
-        if (!ParseDecimal(it->second, &(parsed.*key.field))) {
+        if (!quillon_tools::ParseDecimal(it->second, &(parsed.*key.field))) {
             *error = std::string(key.name) + " must be a decimal integer, not '" + it->second + "'";
             return false;
         }

@@ -11,7 +11,7 @@ namespace quillonctl {
 
 namespace {
 
-constexpr int kDefaultTimeoutMs = 25000;
+constexpr int kDefaultTimeoutSeconds = 25;
 
 Verdict RequestVerdict(int code) {
     switch (code) {
@@ -278,15 +278,10 @@ const Command* FindMethodCommand(const std::string& name) {
 
 int RunMethodCommand(const Command& command, const Options& options) {
     std::string error;
-    int timeout_ms = kDefaultTimeoutMs;
-    if (std::optional<std::string> text = options.Value("timeout")) {
-        int seconds = 0;
-        if (!ParseInt(*text, "--timeout", &seconds, &error) || seconds < 1) {
-            std::fprintf(stderr, "quillonctl: %s\n",
-                         error.empty() ? "--timeout must be at least 1 second" : error.c_str());
-            return kExitUsage;
-        }
-        timeout_ms = seconds * 1000;
+    int seconds = kDefaultTimeoutSeconds;
+    if (!PositiveOption(options, "timeout", "1 second", &seconds, &error)) {
+        std::fprintf(stderr, "quillonctl: %s\n", error.c_str());
+        return kExitUsage;
     }
     if (command.args != ArgShape::kRecord) {
         for (const auto& [name, value] : options.values) {
@@ -318,7 +313,7 @@ int RunMethodCommand(const Command& command, const Options& options) {
         return kExitUnreachable;
     }
     GVariant* reply = CallDaemon(bus, command.interface, command.method, parameters,
-                                 ReplyType(command.reply), timeout_ms, &error);
+                                 ReplyType(command.reply), seconds * 1000, &error);
     if (parameters != nullptr) {
         g_variant_unref(parameters);
     }

@@ -127,19 +127,10 @@ int RunMonitor(const Options& options) {
         std::fprintf(stderr, "quillonctl: monitor takes no arguments\n");
         return kExitUsage;
     }
-    if (std::optional<std::string> text = options.Value("count")) {
-        if (!ParseInt(*text, "--count", &watch.wanted, &error) || watch.wanted < 1) {
-            std::fprintf(stderr, "quillonctl: %s\n",
-                         error.empty() ? "--count must be at least 1" : error.c_str());
-            return kExitUsage;
-        }
-    }
-    if (std::optional<std::string> text = options.Value("timeout")) {
-        if (!ParseInt(*text, "--timeout", &seconds, &error) || seconds < 1) {
-            std::fprintf(stderr, "quillonctl: %s\n",
-                         error.empty() ? "--timeout must be at least 1 second" : error.c_str());
-            return kExitUsage;
-        }
+    if (!PositiveOption(options, "count", "1", &watch.wanted, &error) ||
+        !PositiveOption(options, "timeout", "1 second", &seconds, &error)) {
+        std::fprintf(stderr, "quillonctl: %s\n", error.c_str());
+        return kExitUsage;
     }
 
     GDBusConnection* bus = ConnectSystemBus(&error);

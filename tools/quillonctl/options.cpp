@@ -93,6 +93,22 @@ bool ParseInt(const std::string& text, const std::string& what, int* out, std::s
     return true;
 }
 
+bool PositiveOption(const Options& options, const std::string& name, const char* at_least, int* out,
+                    std::string* error) {
+    std::optional<std::string> text = options.Value(name);
+    if (!text) {
+        return true;
+    }
+    if (!ParseInt(*text, "--" + name, out, error)) {
+        return false;
+    }
+    if (*out < 1) {
+        *error = "--" + name + " must be at least " + at_least;
+        return false;
+    }
+    return true;
+}
+
 bool ParseIndicator(const std::string& text, int* out, std::string* error) {
     const char* names[] = {"bt", "wifi", "p2p"};
     for (int i = 0; i < 3; ++i) {

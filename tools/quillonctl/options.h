@@ -26,6 +26,11 @@ bool ParseOptions(const std::vector<std::string>& args, Options* out, std::strin
 // A decimal 32-bit integer, nothing else; false with *error naming what.
 bool ParseInt(const std::string& text, const std::string& what, int* out, std::string* error);
 
+// The value of --name when it is given: a decimal integer of at least 1 (at_least says so
+// in the error, "1" or "1 second"). *out is left alone when the option is absent.
+bool PositiveOption(const Options& options, const std::string& name, const char* at_least, int* out,
+                    std::string* error);
+
 // Which address a lookup uses: 1 (or "bt"), 2 ("wifi"), 3 ("p2p"); any other integer is
 // passed on as it is, so that the daemon's answer to it can be seen.
 bool ParseIndicator(const std::string& text, int* out, std::string* error);

@@ -1,0 +1,44 @@
+// Scaffolding the host-platform tests share: a private platform root per test,
+// quillon-platform run as another process, bounded waits on the default main context and
+// small file helpers.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace host_test {
+
+// A fresh QUILLON_PLATFORM_ROOT for the life of the object, removed with everything in it.
+class TempRoot {
+public:
+    TempRoot();
+    ~TempRoot();
+    TempRoot(const TempRoot&) = delete;
+    TempRoot& operator=(const TempRoot&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+struct ToolResult {
+    int status = -1;  // the exit status, -1 when it did not exit normally
+    std::string out;
+    std::string err;
+};
+
+// quillon-platform ARGS on the current root, with `input` on its standard input.
+ToolResult RunTool(const std::vector<std::string>& args, const std::string& input = "");
+// The same, failing the test unless it exits 0; its standard output.
+std::string Tool(const std::vector<std::string>& args);
+
+// Dispatches the default main context until done() holds; false after timeout_ms.
+bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000);
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& bytes);
+// The names in a directory, sorted; empty when it does not exist.
+std::vector<std::string> Entries(const std::string& dir);
+
+}  // namespace host_test

@@ -1,0 +1,199 @@
+#include "handler_bus.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <memory>
+
+#include "fake_platform.h"
+
+namespace handler_bus {
+
+namespace {
+
+struct PendingCall {
+    std::vector<Event>* events;
+    std::string method;
+};
+
+void OnConnectionReady(GObject*, GAsyncResult* result, gpointer out) {
+    *static_cast<GDBusConnection**>(out) = g_dbus_connection_new_finish(result, nullptr);
+}
+
+}  // namespace
+
+GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+        return nullptr;
+    }
+    GDBusConnection* ends[2] = {nullptr, nullptr};
+    gchar* guid = g_dbus_generate_guid();
+    for (int i = 0; i < 2; ++i) {
+        GSocket* socket = g_socket_new_from_fd(fds[i], nullptr);
+        GSocketConnection* stream = g_socket_connection_factory_create_connection(socket);
+        auto flags = i == 0 ? static_cast<GDBusConnectionFlags>(
+                                  G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER |
+                                  G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_ALLOW_ANONYMOUS)
+                            : G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
+        g_dbus_connection_new(G_IO_STREAM(stream), i == 0 ? guid : nullptr, flags, nullptr, nullptr,
+                              OnConnectionReady, &ends[i]);
+        g_object_unref(stream);
+        g_object_unref(socket);
+    }
+    g_free(guid);
+    EXPECT_TRUE(unit::RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }));
+    if (client_end != nullptr) {
+        *client_end = ends[1];
+    }
+    return ends[0];
+}
+
+Client::Client() : server_(PXMDBusServer::GetInstance()) {
+    EXPECT_TRUE(unit::RunUntil(
+        [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }));
+    server_end_ = ConnectedPair(&client_end_);
+    if (Ready()) {
+        PXMDBusServer::m_OnBusAcquired(server_end_, PXM_DBUS_NAME, server_);
+        subscription_ = g_dbus_connection_signal_subscribe(
+            client_end_, nullptr, PXM_DBUS_UX_INTERFACE, nullptr, PXM_DBUS_PATH, nullptr,
+            G_DBUS_SIGNAL_FLAGS_NONE, OnSignal, &events_, nullptr);
+    }
+}
+
+Client::~Client() {
+    if (subscription_ != 0) {
+        g_dbus_connection_signal_unsubscribe(client_end_, subscription_);
+    }
+}
+
+void Client::Send(const char* interface, const char* method, GVariant* parameters) {
+    g_dbus_connection_call(client_end_, nullptr, PXM_DBUS_PATH, interface, method, parameters,
+                           nullptr, G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, OnReply,
+                           new PendingCall{&events_, method});
+}
+
+std::string Client::Call(const char* interface, const char* method, GVariant* parameters) {
+    size_t before = events_.size();
+    Send(interface, method, parameters);
+    std::string found;
+    bool answered = unit::RunUntil([&] {
+        for (size_t i = before; i < events_.size(); ++i) {
+            if (events_[i].kind != "signal" && events_[i].name == method) {
+                found = events_[i].kind == "reply" ? events_[i].body : "error:" + events_[i].body;
+                return true;
+            }
+        }
+        return false;
+    });
+    EXPECT_TRUE(answered) << method << " was not answered";
+    return found;
+}
+
+void Client::Flush() {
+    GDBusMessage* ping =
+        g_dbus_message_new_method_call(nullptr, "/", "org.freedesktop.DBus.Peer", "Ping");
+    bool done = false;
+    g_dbus_connection_send_message_with_reply(
+        client_end_, ping, G_DBUS_SEND_MESSAGE_FLAGS_NONE, 5000, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer flag) {
+            GDBusMessage* reply = g_dbus_connection_send_message_with_reply_finish(
+                G_DBUS_CONNECTION(source), result, nullptr);
+            if (reply != nullptr) {
+                g_object_unref(reply);
+            }
+            *static_cast<bool*>(flag) = true;
+        },
+        &done);
+    g_object_unref(ping);
+    EXPECT_TRUE(unit::RunUntil([&done] { return done; }));
+}
+
+std::vector<Event> Client::Signals(const std::string& name) const {
+    std::vector<Event> out;
+    for (const Event& e : events_) {
+        if (e.kind == "signal" && (name.empty() || e.name == name)) {
+            out.push_back(e);
+        }
+    }
+    return out;
+}
+
+long Client::IndexOf(const std::string& kind, const std::string& name) const {
+    for (size_t i = 0; i < events_.size(); ++i) {
+        if (events_[i].kind == kind && events_[i].name == name) {
+            return static_cast<long>(i);
+        }
+    }
+    return -1;
+}
+
+void Client::OnReply(GObject* source, GAsyncResult* result, gpointer data) {
+    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
+    GError* error = nullptr;
+    GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+    Event event{reply != nullptr ? "reply" : "error", pending->method, ""};
+    if (reply != nullptr) {
+        gchar* text = g_variant_print(reply, FALSE);
+        event.body = text;
+        g_free(text);
+        g_variant_unref(reply);
+    } else {
+        gchar* remote = g_dbus_error_get_remote_error(error);
+        event.body = remote != nullptr                                          ? remote
+                     : g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ? "timeout"
+                                                                                : error->message;
+        g_free(remote);
+        g_error_free(error);
+    }
+    pending->events->push_back(event);
+}
+
+void Client::OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                      const gchar* signal, GVariant* parameters, gpointer data) {
+    gchar* text = g_variant_print(parameters, FALSE);
+    static_cast<std::vector<Event>*>(data)->push_back(Event{"signal", signal, text});
+    g_free(text);
+}
+
+GVariant* Request::Variant() const {
+    return g_variant_new("(ssssssiiiiii)", name.c_str(), bt.c_str(), wifi.c_str(), p2p.c_str(),
+                         zel_id.c_str(), mirroring_id.c_str(), devtype, devicon, status, tv_init,
+                         no_ux, ux_always);
+}
+
+CPXMCore* StartRegistry(PXMDBusServer* server) {
+    fake::SeedDefaultSettings();
+    EXPECT_EQ(1, server->Initialize());
+    return server->m_pPXMCore;
+}
+
+void HandlerTest::TearDown() {
+    if (core != nullptr) {
+        core->DB_WaitForSaves();
+    }
+}
+
+std::vector<std::string> HandlerTest::SignalBodies(const char* name) {
+    client.Flush();
+    std::vector<std::string> bodies;
+    for (const Event& e : client.Signals(name)) {
+        bodies.push_back(e.body);
+    }
+    return bodies;
+}
+
+bool HandlerTest::ResetPlatform() {
+    fake::Reset();
+    return true;
+}
+
+GVariant* MacInd(const char* mac, int ind) {
+    return g_variant_new("(si)", mac, ind);
+}
+
+GVariant* MacIndValue(const char* mac, int ind, int value) {
+    return g_variant_new("(sii)", mac, ind, value);
+}
+
+}  // namespace handler_bus

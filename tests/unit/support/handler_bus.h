@@ -1,0 +1,111 @@
+// The server's method handlers reached as a bus client reaches them: the server singleton
+// exports its object on one end of a private D-Bus connection (a socket pair) and the test
+// calls methods and hears signals on the other end. Everything runs on the default main
+// context, as in the daemon; waits are bounded and never fixed sleeps.
+#pragma once
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "CPXMCore.h"
+#include "PXMDBusServer.h"
+#include "unit_support.h"
+
+namespace handler_bus {
+
+const char* const kSet = PXM_DBUS_SET_INTERFACE;
+const char* const kGet = PXM_DBUS_GET_INTERFACE;
+
+// Two ends of a fresh private connection; returns the server end. Both stay open for good:
+// the server keeps its connection for the rest of the process.
+GDBusConnection* ConnectedPair(GDBusConnection** client_end = nullptr);
+
+// What the client end saw, in the order it saw it.
+struct Event {
+    std::string kind;  // "reply", "error" or "signal"
+    std::string name;  // method or signal name
+    std::string body;  // the reply or signal body as GVariant text, or the error's name
+};
+
+class Client {
+public:
+    // The server singleton, its name request answered (a lost name: no system bus in unit
+    // tests), serving its object to this client.
+    Client();
+    ~Client();
+
+    bool Ready() const { return server_end_ != nullptr && client_end_ != nullptr; }
+    PXMDBusServer* server() const { return server_; }
+
+    // Sends the call and returns at once; the answer arrives as an event.
+    void Send(const char* interface, const char* method, GVariant* parameters);
+    // Calls and waits for the answer; the reply body as text, or "error:NAME".
+    std::string Call(const char* interface, const char* method, GVariant* parameters = nullptr);
+    // Lets everything the server has sent so far reach the client: a round trip on the same
+    // connection is answered only after all that the server sent before it.
+    void Flush();
+
+    void ClearEvents() { events_.clear(); }
+    std::vector<Event> Signals(const std::string& name = "") const;
+    // Index of the first event of that kind and name, or -1.
+    long IndexOf(const std::string& kind, const std::string& name) const;
+
+private:
+    static void OnReply(GObject* source, GAsyncResult* result, gpointer data);
+    static void OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                         const gchar* signal, GVariant* parameters, gpointer data);
+
+    PXMDBusServer* server_ = nullptr;
+    GDBusConnection* server_end_ = nullptr;
+    GDBusConnection* client_end_ = nullptr;
+    guint subscription_ = 0;
+    std::vector<Event> events_;
+};
+
+// A record for the request and feedback methods, "(ssssssiiiiii)".
+struct Request {
+    std::string name = "Phone";
+    std::string bt;
+    std::string wifi;
+    std::string p2p;
+    std::string zel_id;
+    std::string mirroring_id;
+    int devtype = 1;
+    int devicon = 2;
+    int status = 0;
+    int tv_init = 0;
+    int no_ux = 0;
+    int ux_always = 0;
+
+    GVariant* Variant() const;
+};
+
+// The fake platform of a freshly installed TV, and the registry started on it with the
+// server: access notification 1 (a new device is asked about).
+CPXMCore* StartRegistry(PXMDBusServer* server);
+
+// A fresh fake platform and a client of the server singleton; Start() adds the registry.
+class HandlerTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(client.Ready()); }
+    void TearDown() override;
+    void Start() { core = StartRegistry(server); }
+    // The bodies of the signals of that name heard so far, after a flush.
+    std::vector<std::string> SignalBodies(const char* name = PXM_SIGNAL_STATUS_CHANGED);
+
+    bool fresh_platform_ = ResetPlatform();  // before the client: it waits for a log line
+    Client client;
+    PXMDBusServer* server = client.server();
+    CPXMCore* core = nullptr;
+
+private:
+    static bool ResetPlatform();
+};
+
+GVariant* MacInd(const char* mac, int ind);
+GVariant* MacIndValue(const char* mac, int ind, int value);
+
+}  // namespace handler_bus

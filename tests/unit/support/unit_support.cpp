@@ -1,0 +1,80 @@
+#include "unit_support.h"
+
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "fake_platform.h"
+#include "main_loop_wait.h"
+
+namespace unit {
+
+pxm_core_device_s Device(const char* name, const char* bt, const char* wifi, const char* p2p,
+                         int status) {
+    pxm_core_device_s d{};
+    snprintf(d.devname, sizeof(d.devname), "%s", name);
+    snprintf(d.bt_mac, sizeof(d.bt_mac), "%s", bt);
+    snprintf(d.wifi_mac, sizeof(d.wifi_mac), "%s", wifi);
+    snprintf(d.p2p_mac, sizeof(d.p2p_mac), "%s", p2p);
+    d.devstatus = status;
+    return d;
+}
+
+std::vector<std::string> Names(const std::vector<pxm_core_device_s>& list) {
+    std::vector<std::string> names;
+    for (const pxm_core_device_s& dev : list) {
+        names.push_back(dev.devname);
+    }
+    return names;
+}
+
+bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms) {
+    return test_common::RunUntil(done, timeout_ms);
+}
+
+bool LockIsFree(PXMUtil::Mutex& lock) {
+    // Detached: a lock left held would block the probe for good.
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> ready = done->get_future();
+    std::thread([&lock, done] {
+        lock.Lock();
+        lock.Unlock();
+        done->set_value();
+    }).detach();
+    return ready.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+}
+
+::testing::AssertionResult LogsInOrder(const std::vector<std::string>& texts) {
+    std::size_t from = 0;
+    for (const auto& text : texts) {
+        long at = fake::FindLog(text, from);
+        if (at < 0) {
+            return ::testing::AssertionFailure() << "missing or out of order: " << text;
+        }
+        from = static_cast<std::size_t>(at) + 1;
+    }
+    return ::testing::AssertionSuccess();
+}
+
+bool CoreLogged(const std::string& func, const std::string& text, int level) {
+    for (const fake::LogLine& line : fake::Logs()) {
+        if (line.level == level && line.tag == "PXM_CORE" &&
+            line.text.find("pxmCore: " + func + "(") == 0 &&
+            line.text.find("> " + text) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> FirstArgs(const std::string& fn) {
+    std::vector<std::string> args;
+    for (const fake::Call& call : fake::Calls(fn)) {
+        args.push_back(call.args.empty() ? "" : call.args[0]);
+    }
+    return args;
+}
+
+}  // namespace unit
