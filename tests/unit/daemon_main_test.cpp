@@ -42,6 +42,19 @@ std::vector<fake::Call> TeardownCalls() {
     return out;
 }
 
+TEST(DaemonMain, MissingFactoryResetKeyEndsTheProcessWith255) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // Every setting but the factory-reset flag: its read failure is the one fatal start-up
+    // condition, and the process must say so before it ends.
+    EXPECT_EXIT(
+        {
+            fake::SeedDefaultSettings();
+            fake::Unset("db/registertv/factoryreset");
+            QuillonMain();
+        },
+        testing::ExitedWithCode(255), "Failed to Initialize PXMDBusServer\\.");
+}
+
 TEST(DaemonMain, WatchdogPingFailureIsLoggedAndThePingKeepsRunning) {
     fake::Reset();
     EXPECT_TRUE(watchdog_notify_callback(nullptr));
