@@ -1,4 +1,5 @@
-// Not built yet: placeholder so that the daemon links while this file's owner works on it.
+// The backup payload is not built yet. The handlers already call Backup after every change,
+// so these members do nothing and report that nothing was sent.
 #include "PXMBackupRestore.h"
 
 bool PXMBackupRestore::Backup(pxm_core_device_s*, OP_TYPE) { return false; }

@@ -1,4 +1,4 @@
-// Not built yet: placeholder so that the daemon links while this file's owner works on it.
+// Restore is not built yet: a restore response is reported to the service as a failure.
 #include "PXMBackupRestore.h"
 
 bool PXMBackupRestore::ParseRestoreData(const char*) { return false; }
