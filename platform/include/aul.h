@@ -11,9 +11,9 @@ extern "C" {
 #define AUL_R_OK 0
 #define AUL_R_ERROR -1
 #define AUL_R_EINVAL -2
-#define AUL_R_ENOAPP -3   /* no such application registered */
+#define AUL_R_ENOAPP -3    /* no such application registered */
 #define AUL_R_ENOLAUNCH -4 /* the executable could not be started */
-#define AUL_R_ESRCH -5    /* no such process */
+#define AUL_R_ESRCH -5     /* no such process */
 
 typedef struct _aul_app_info {
     int pid;

@@ -34,16 +34,14 @@ typedef struct {
 } bnr_resp_data_s;
 
 typedef void (*bnr_trigger_cb)(bnr_trigger_e trigger, void* user_data);
-typedef void (*bnr_response_cb)(bnr_response_e response, bnr_resp_data_s* data,
-                                void* user_data);
+typedef void (*bnr_response_cb)(bnr_response_e response, bnr_resp_data_s* data, void* user_data);
 
 int bnr_init(const char* client_id, const char* client_name);
 int bnr_deinit(const char* client_id);
 int bnr_trigger_callback_register(const char* client_id, bnr_trigger_cb cb, void* user_data,
                                   int* handle);
 int bnr_trigger_callback_deregister(int handle);
-int bnr_callback_register(const char* client_id, bnr_response_cb cb, void* user_data,
-                          int* handle);
+int bnr_callback_register(const char* client_id, bnr_response_cb cb, void* user_data, int* handle);
 int bnr_callback_deregister(int handle);
 int bnr_backup(const char* client_id, const char* data, void* reserved);
 int bnr_restore(const char* client_id, void* reserved);

@@ -1,4 +1,6 @@
 // Restore is not built yet: a restore response is reported to the service as a failure.
 #include "PXMBackupRestore.h"
 
-bool PXMBackupRestore::ParseRestoreData(const char*) { return false; }
+bool PXMBackupRestore::ParseRestoreData(const char*) {
+    return false;
+}
