@@ -13,7 +13,7 @@
 
 #include "host_test_support.h"
 #include "pxm_credential.h"
-#include "secure_storage_files.h"
+#include "secure_storage/secure_storage_files.h"
 #include "ss_manager.h"
 
 using host_test::Entries;

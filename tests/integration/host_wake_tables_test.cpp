@@ -10,7 +10,7 @@
 
 #include "bluetooth_product.h"
 #include "host_test_support.h"
-#include "wake_tables_db.h"
+#include "wake_tables/wake_tables_db.h"
 #include "wowl.h"
 
 namespace {

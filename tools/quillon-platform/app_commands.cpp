@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "app_records.h"
-#include "app_registry.h"
+#include "apps/app_records.h"
+#include "apps/app_registry.h"
 #include "command.h"
 
 namespace quillon_platform {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "command.h"
-#include "host_setting_keys.h"
+#include "system/host_setting_keys.h"
 #include "vconf.h"
 
 namespace quillon_platform {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "command.h"
-#include "platform_root.h"
+#include "common/platform_root.h"
 #include "pxm_credential.h"
 #include "ss_manager.h"
 

@@ -7,7 +7,7 @@
 
 #include "command.h"
 #include "parse_decimal.h"
-#include "settings_key.h"
+#include "settings/settings_key.h"
 #include "vconf.h"
 
 namespace quillon_platform {

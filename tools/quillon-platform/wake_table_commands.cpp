@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "command.h"
-#include "wake_tables_db.h"
+#include "wake_tables/wake_tables_db.h"
 
 namespace quillon_platform {
 

@@ -1,9 +1,0 @@
-// Always-on voice: active while the host's voice key says so (see host_setting_keys.h).
-#include "aov.h"
-#include "host_setting_keys.h"
-#include "setting_flag.h"
-
-extern "C" bool AOVSystemDataIsAOVActivated(void) {
-    bool active = false;
-    return host::ReadFlag(host::kVoiceActiveKey, &active) == host::FlagRead::kValue && active;
-}

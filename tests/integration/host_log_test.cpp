@@ -1,0 +1,122 @@
+// The host platform's log.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "dlog.h"
+#include "host_test_support.h"
+
+namespace {
+
+// Sends everything written on stderr to a file until Finish().
+class StderrCapture {
+public:
+    StderrCapture() {
+        char pattern[] = "/tmp/quillon-stderr-XXXXXX";
+        int fd = mkstemp(pattern);
+        EXPECT_GE(fd, 0);
+        path_ = pattern;
+        fflush(stderr);
+        saved_ = dup(STDERR_FILENO);
+        dup2(fd, STDERR_FILENO);
+        close(fd);
+    }
+    ~StderrCapture() { Finish(); }
+    std::string Finish() {
+        if (saved_ >= 0) {
+            fflush(stderr);
+            dup2(saved_, STDERR_FILENO);
+            close(saved_);
+            saved_ = -1;
+            text_ = host_test::ReadFile(path_);
+            unlink(path_.c_str());
+        }
+        return text_;
+    }
+
+private:
+    std::string path_;
+    std::string text_;
+    int saved_ = -1;
+};
+
+class HostLog : public ::testing::Test {
+protected:
+    void SetUp() override {
+        unsetenv("JOURNAL_STREAM");
+        unsetenv("QUILLON_LOG_LEVEL");
+    }
+};
+
+TEST_F(HostLog, LinesCarryLevelLetterAndTagAndFollowTheLevelFilter) {
+    StderrCapture capture;
+    int written = __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "PXM_CORE", "%s: %s(%d) > START",
+                               "pxmCore", "Init", 42);
+    EXPECT_EQ(written, static_cast<int>(strlen("I/PXM_CORE: pxmCore: Init(42) > START\n")));
+    EXPECT_EQ(__dlog_print(LOG_ID_SYSTEM, DLOG_DEBUG, "PXM_CORE", "hidden by default"), 0);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "PXM_LOG", "warn %d", 5);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, "PXM_LOG", "Initialized[%d]", 1);
+
+    setenv("QUILLON_LOG_LEVEL", "warn", 1);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "info under warn");
+    __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "T", "warn under warn");
+    setenv("QUILLON_LOG_LEVEL", "error", 1);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "T", "warn under error");
+    __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, "T", "error under error");
+    setenv("QUILLON_LOG_LEVEL", "debug", 1);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_DEBUG, "T", "debug under debug");
+    setenv("QUILLON_LOG_LEVEL", "nonsense", 1);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_DEBUG, "T", "debug under nonsense");
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "info under nonsense");
+
+    EXPECT_EQ(capture.Finish(),
+              "I/PXM_CORE: pxmCore: Init(42) > START\n"
+              "W/PXM_LOG: warn 5\n"
+              "E/PXM_LOG: Initialized[1]\n"
+              "W/T: warn under warn\n"
+              "E/T: error under error\n"
+              "D/T: debug under debug\n"
+              "I/T: info under nonsense\n");
+}
+
+TEST_F(HostLog, EveryCallIsOneWholeLine) {
+    // A JOURNAL_STREAM that names another file is inherited, not ours: stderr is used.
+    setenv("JOURNAL_STREAM", "1:1", 1);
+    const std::string long_text(5000, 'x');
+    StderrCapture capture;
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "first\nsecond\n");
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "%s", long_text.c_str());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            const std::string pad(300, 'p');
+            for (int i = 0; i < 200; ++i)
+                __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "thread %d line %d %s", t, i,
+                             pad.c_str());
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    std::istringstream lines(capture.Finish());
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(line, "I/T: first\\nsecond");
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(line, "I/T: " + long_text);
+    const std::regex whole("I/T: thread [0-3] line [0-9]+ p{300}");
+    int count = 0;
+    while (std::getline(lines, line)) {
+        EXPECT_TRUE(std::regex_match(line, whole)) << line.substr(0, 80);
+        ++count;
+    }
+    EXPECT_EQ(count, 800);
+}
+
+}  // namespace
