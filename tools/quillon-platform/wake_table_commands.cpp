@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command.h"
+#include "common/utc_time.h"
 #include "wake_tables/wake_tables_db.h"
 
 namespace quillon_platform {
@@ -44,15 +45,6 @@ std::string JsonString(const std::string& text) {
     return out + "\"";
 }
 
-std::string UtcTime(int64_t seconds) {
-    time_t when = static_cast<time_t>(seconds);
-    struct tm utc;
-    char text[32] = "?";
-    if (gmtime_r(&when, &utc))
-        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text;
-}
-
 void PrintJson(const std::vector<host::wake::HeadlessDevice>& headless,
                const std::vector<host::wake::Waker>& wakers) {
     std::string out = "{\"bt_headless\": [";
@@ -82,7 +74,8 @@ void PrintText(const std::vector<host::wake::HeadlessDevice>& headless,
     for (const host::wake::HeadlessDevice& d : headless) {
         std::printf("  %-17s  type %s  permission %d  %s  added %s\n", d.address.c_str(),
                     d.device_type.c_str(), d.permission,
-                    d.registered ? "registered" : "not registered", UtcTime(d.added_at).c_str());
+                    d.registered ? "registered" : "not registered",
+                    host::UtcTimeText(static_cast<time_t>(d.added_at)).c_str());
     }
     std::printf("Wake-on-WLAN waker table: %zu device%s\n", wakers.size(),
                 wakers.size() == 1 ? "" : "s");

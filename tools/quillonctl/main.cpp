@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "backup_verbs.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "monitor.h"
@@ -30,6 +31,9 @@ int main(int argc, char** argv) {
     }
     if (options.command == "monitor") {
         return RunMonitor(options);
+    }
+    if (options.command == "backup" || options.command == "restore") {
+        return RunBackupVerb(options);
     }
     const Command* command = FindMethodCommand(options.command);
     if (command == nullptr) {
