@@ -15,6 +15,7 @@
 #include "pxm_credential.h"
 #include "secure_storage/secure_storage_files.h"
 #include "ss_manager.h"
+#include "vconf.h"
 
 using host_test::Entries;
 using host_test::ReadFile;
@@ -178,6 +179,88 @@ TEST_F(SecureStorageTest, DamagedItemsAreRefusedAndKeptAsideUnderATimestampedNam
     // The storage keeps working afterwards.
     ASSERT_EQ(SS_ERROR_NONE, Write("PXM_DEVICE_LIST", "2\n[4]", a_));
     EXPECT_EQ("2\n[4]", Read("PXM_DEVICE_LIST", a_));
+}
+
+// An item that could not be read is never written over: the first write keeps it aside, so
+// the only copy of a list survives whatever made it unreadable.
+TEST_F(SecureStorageTest, AnItemThatCouldNotBeReadIsKeptAsideBeforeTheNextWrite) {
+    const std::string item = "PXM_DEVICE_LIST";
+    auto expect_kept = [&](const std::string& old_bytes, const char* why) {
+        Names entries = Entries(items_);
+        ASSERT_EQ(2u, entries.size()) << why;
+        EXPECT_EQ(item, entries[0]) << why;
+        EXPECT_EQ(0u, entries[1].rfind(item + ".unreadable-", 0)) << why << ": " << entries[1];
+        EXPECT_TRUE(host::secure::IsAsideName(entries[1])) << why;
+        EXPECT_EQ(old_bytes, ReadFile(items_ + "/" + entries[1])) << why;
+        EXPECT_EQ("2\n[\"new\"]", Read(item, a_)) << why;
+        unlink((items_ + "/" + entries[1]).c_str());
+    };
+
+    // The key file is gone: whether read first or not, the old item stays, a new key is made.
+    for (bool read_first : {true, false}) {
+        ASSERT_EQ(SS_ERROR_NONE, Write(item, "2\n[\"old\"]", a_));
+        const std::string old_bytes = ReadFile(items_ + "/" + item);
+        ASSERT_EQ(0, unlink((root_ + "/secure.key").c_str()));
+        if (read_first) {
+            EXPECT_EQ(Err(SS_ERROR_AUTH), Read(item, a_));
+        }
+        ASSERT_EQ(SS_ERROR_NONE, Write(item, "2\n[\"new\"]", a_));
+        expect_kept(old_bytes, read_first ? "missing key, read first" : "missing key");
+    }
+
+    // Another credential's item under our name.
+    ASSERT_EQ(SS_ERROR_NONE, Write(item, "2\n[\"theirs\"]", Cred(kWordsB)));
+    const std::string theirs = ReadFile(items_ + "/" + item);
+    EXPECT_EQ(Err(SS_ERROR_AUTH), Read(item, a_));
+    ASSERT_EQ(SS_ERROR_NONE, Write(item, "2\n[\"new\"]", a_));
+    expect_kept(theirs, "other credential");
+
+    // A folder the reader may not enter (as an unprivileged user: root reads anything).
+    ASSERT_EQ(SS_ERROR_NONE, Write(item, "2\n[\"old\"]", a_));
+    const std::string old_bytes = ReadFile(items_ + "/" + item);
+    if (getuid() == 0) {
+        ASSERT_EQ(0, system(("chown -R 65534:65534 " + root_).c_str()));
+    }
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(10);
+        chmod(items_.c_str(), 0);
+        int rc = Read(item, a_) == Err(SS_ERROR_IO) ? 0 : 11;
+        chmod(items_.c_str(), 0700);
+        if (rc == 0)
+            rc = Write(item, "2\n[\"new\"]", a_) == SS_ERROR_NONE ? 0 : 12;
+        _exit(rc);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    ASSERT_EQ(0, WEXITSTATUS(status));
+    expect_kept(old_bytes, "unreadable folder");
+}
+
+// Temporary files of killed writers (secure items and settings alike) go at the first use;
+// those of a live writer stay.
+TEST_F(SecureStorageTest, TemporaryFilesOfKilledWritersGoAtStart) {
+    pid_t dead = fork();
+    ASSERT_GE(dead, 0);
+    if (dead == 0)
+        _exit(0);
+    waitpid(dead, nullptr, 0);
+    const std::string settings = root_ + "/settings";
+    ASSERT_EQ(0, system(("mkdir -p " + items_ + " " + settings).c_str()));
+    const std::string stale = ".tmp-" + std::to_string(dead) + "-AbC123";
+    const std::string live = ".tmp-" + std::to_string(getppid()) + "-XyZ789";
+    for (const std::string& dir : {items_, settings}) {
+        for (const std::string& name : {stale, live, std::string(".tmp-Q1w2E3")})
+            WriteFile(dir + "/" + name, "leftover");
+    }
+    EXPECT_EQ(Err(SS_ERROR_NO_SUCH_ITEM), Read("PXM_DEVICE_LIST", a_));
+    int number = 0;
+    EXPECT_EQ(VCONF_ERROR, vconf_get_int("db/registertv/factoryreset", &number));
+    EXPECT_EQ(Names{live}, Entries(items_));
+    EXPECT_EQ(Names{live}, Entries(settings));
 }
 
 TEST_F(SecureStorageTest, AFailedWriteLeavesThePreviousItemByteForByte) {

@@ -1,14 +1,45 @@
-// The host settings store: typed values in files under a private platform root, and change
-// callbacks on the default main context, also for changes made by another process.
+// The host settings store: typed values in files under a private platform root, writes that
+// never wait for the disk, and change callbacks on the default main context, also for
+// changes made by another process.
+#include <dlfcn.h>
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "host_test_support.h"
+#include "settings/settings_writer.h"
 #include "vconf.h"
+
+// fsync as the disk would answer it: held until released (a stalled disk), or failing.
+namespace disk {
+std::mutex lock;
+std::condition_variable released;
+bool stalled = false;
+std::atomic<int> failure{0};
+std::atomic<int> calls{0};
+}  // namespace disk
+
+extern "C" int fsync(int fd) {
+    ++disk::calls;
+    {
+        std::unique_lock<std::mutex> hold(disk::lock);
+        disk::released.wait(hold, [] { return !disk::stalled; });
+    }
+    if (int failure = disk::failure.load()) {
+        errno = failure;
+        return -1;
+    }
+    static auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+    return real(fd);
+}
 
 namespace fs = std::filesystem;
 using host_test::RunLoopUntil;
@@ -149,6 +180,7 @@ TEST_F(HostSettings, TypedValuesMissingKeysMismatchesAndDamagedFiles) {
 
     const std::string file = settings_ + "/memory%2Fquillon%2Freqopt";
     ASSERT_EQ(vconf_set_int("memory/quillon/reqopt", 1), VCONF_OK);
+    ASSERT_TRUE(host::settings::Sync());
     ASSERT_TRUE(fs::exists(file));
     for (const char* damaged :
          {"int\n12abc\n", "int\n", "int 5\n", "float\n1.5\n", "int\n99999999999\n", "bool\n2\n"}) {
@@ -200,6 +232,7 @@ TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
         "a/b", "a%2Fb", "a_2Fb", ".hidden", "x.y/z-w", "com.corvane/featureconf/tessel_support"};
     for (size_t i = 0; i < keys.size(); ++i)
         ASSERT_EQ(vconf_set_int(keys[i].c_str(), static_cast<int>(i) + 10), VCONF_OK) << keys[i];
+    ASSERT_TRUE(host::settings::Sync());
     for (size_t i = 0; i < keys.size(); ++i) {
         int number = 0;
         EXPECT_EQ(vconf_get_int(keys[i].c_str(), &number), VCONF_OK) << keys[i];
@@ -211,6 +244,54 @@ TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
         EXPECT_TRUE(fs::is_regular_file(settings_ + "/" + name)) << name;
         EXPECT_NE(name[0], '.') << name;
     }
+}
+
+// A writer never waits for the disk: its value is seen here at once and lands on disk, last
+// value winning, once the disk answers; a failing disk is retried and never tears a file.
+TEST_F(HostSettings, WritesNeverWaitForTheDiskAndLandInOrder) {
+    const char* key = "db/bleapp/db_updated";
+    const std::string file = settings_ + "/db%2Fbleapp%2Fdb_updated";
+    {
+        std::lock_guard<std::mutex> hold(disk::lock);
+        disk::stalled = true;
+    }
+    // With the disk stalled these would hang here if a write waited for it.
+    for (int i = 1; i <= 50; ++i)
+        ASSERT_EQ(vconf_set_int(key, i), VCONF_OK);
+    int number = 0;
+    EXPECT_EQ(vconf_get_int(key, &number), VCONF_OK);
+    EXPECT_EQ(50, number);
+    EXPECT_FALSE(host::settings::Sync(50));
+    {
+        std::lock_guard<std::mutex> hold(disk::lock);
+        disk::stalled = false;
+    }
+    disk::released.notify_all();
+    ASSERT_TRUE(host::settings::Sync());
+    EXPECT_EQ("int\n50\n", host_test::ReadFile(file));
+    EXPECT_EQ("50\n", Tool({"get", key}));
+    EXPECT_LT(disk::calls.load(), 10) << "queued writes of one key are coalesced";
+
+    // A removal queued behind a write wins, here at once and on disk.
+    ASSERT_EQ(vconf_set_int(key, 51), VCONF_OK);
+    ASSERT_EQ(vconf_unset(key), VCONF_OK);
+    EXPECT_EQ(vconf_get_int(key, &number), VCONF_ERROR);
+    EXPECT_EQ(vconf_unset(key), VCONF_ERROR);
+    ASSERT_TRUE(host::settings::Sync());
+    EXPECT_FALSE(fs::exists(file));
+
+    // A failing disk: Sync says so, the file keeps its whole old value, the write is retried.
+    ASSERT_EQ(vconf_set_int(key, 60), VCONF_OK);
+    ASSERT_TRUE(host::settings::Sync());
+    disk::failure = EIO;
+    ASSERT_EQ(vconf_set_int(key, 61), VCONF_OK);
+    EXPECT_FALSE(host::settings::Sync());
+    EXPECT_EQ("int\n60\n", host_test::ReadFile(file));
+    disk::failure = 0;
+    ASSERT_TRUE(host::settings::Sync());
+    EXPECT_EQ("int\n61\n", host_test::ReadFile(file));
+    for (const auto& name : host_test::Entries(settings_))
+        EXPECT_NE(name[0], '.') << "temporary file left: " << name;
 }
 
 }  // namespace

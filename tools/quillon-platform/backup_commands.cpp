@@ -113,11 +113,7 @@ int WriteRequest(const Command& self, const std::vector<std::string>& args, cons
     int status = kExitOk;
     if (!ClientArg(self, args, &client, &status))
         return status;
-    if (vconf_set_str(key, client.c_str()) != VCONF_OK) {
-        std::fprintf(stderr, "quillon-platform: could not write '%s'\n", key);
-        return kExitFailed;
-    }
-    return kExitOk;
+    return Written(vconf_set_str(key, client.c_str()), key);
 }
 
 int RunBackupRequest(const Command& self, const std::vector<std::string>& args) {

@@ -35,6 +35,10 @@ std::vector<Command> AllCommands();
 // nullptr when no command has that name.
 const Command* FindCommand(const std::string& name);
 
+// The exit status of a settings write (vconf_rc from vconf_set_*/vconf_unset), made durable
+// before the tool exits: kExitOk, or kExitFailed after "could not write 'KEY'" on stderr.
+int Written(int vconf_rc, const std::string& key);
+
 // Prints "quillon-platform: <message>" and the command's usage line on stderr and returns
 // kExitBadInput.
 int BadInput(const Command& command, const std::string& message);

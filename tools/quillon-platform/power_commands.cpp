@@ -26,11 +26,7 @@ int RunStandby(const Command& self, const std::vector<std::string>& args) {
         type = static_cast<int>(parsed);
     }
     // Every write is one event, even of the value the key already holds.
-    if (vconf_set_int(host::kStandbyKey, type) != VCONF_OK) {
-        std::fprintf(stderr, "quillon-platform: could not write '%s'\n", host::kStandbyKey);
-        return kExitFailed;
-    }
-    return kExitOk;
+    return Written(vconf_set_int(host::kStandbyKey, type), host::kStandbyKey);
 }
 
 const CommandRegistrar kRegistrar({

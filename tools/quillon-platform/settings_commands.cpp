@@ -8,9 +8,17 @@
 #include "command.h"
 #include "parse_decimal.h"
 #include "settings/settings_key.h"
+#include "settings/settings_writer.h"
 #include "vconf.h"
 
 namespace quillon_platform {
+
+int Written(int rc, const std::string& key) {
+    if (rc == VCONF_OK && host::settings::Sync())
+        return kExitOk;
+    std::fprintf(stderr, "quillon-platform: could not write '%s'\n", key.c_str());
+    return kExitFailed;
+}
 
 namespace {
 
@@ -45,13 +53,6 @@ bool KeyExists(const char* key) {
     char* text = vconf_get_str(key);
     free(text);
     return text != nullptr;
-}
-
-int Written(int rc, const std::string& key) {
-    if (rc == VCONF_OK)
-        return kExitOk;
-    std::fprintf(stderr, "quillon-platform: could not write '%s'\n", key.c_str());
-    return kExitFailed;
 }
 
 int RunInit(const Command& self, const std::vector<std::string>& args) {
@@ -123,7 +124,7 @@ int RunUnset(const Command& self, const std::vector<std::string>& args) {
     if (!ExpectArgs(self, args, 1, &status) || !CheckKey(self, args[0], &status))
         return status;
     if (vconf_unset(args[0].c_str()) == VCONF_OK)
-        return kExitOk;
+        return Written(VCONF_OK, args[0]);
     std::fprintf(stderr, "quillon-platform: no such key '%s'\n", args[0].c_str());
     return kExitFailed;
 }

@@ -12,6 +12,7 @@
 #include "bus_call.h"
 #include "exit_status.h"
 #include "output.h"
+#include "settings/settings_writer.h"
 #include "vconf.h"
 
 namespace quillonctl {
@@ -83,7 +84,8 @@ int Report(bool json, const Json::Value& fields, const std::string& line, int st
 
 int Backup(bool json, int seconds) {
     const int64_t before = NewestVersionNumber();
-    if (vconf_set_str(host::backup::kBackupRequestKey, kDaemonClient) != VCONF_OK) {
+    if (vconf_set_str(host::backup::kBackupRequestKey, kDaemonClient) != VCONF_OK ||
+        !host::settings::Sync()) {
         std::fprintf(stderr, "quillonctl: cannot write %s\n", host::backup::kBackupRequestKey);
         return kExitNegative;
     }
@@ -113,7 +115,8 @@ int Backup(bool json, int seconds) {
 
 int Restore(bool json, int seconds) {
     const int64_t before = NewestReport().number;
-    if (vconf_set_str(host::backup::kRestoreRequestKey, kDaemonClient) != VCONF_OK) {
+    if (vconf_set_str(host::backup::kRestoreRequestKey, kDaemonClient) != VCONF_OK ||
+        !host::settings::Sync()) {
         std::fprintf(stderr, "quillonctl: cannot write %s\n", host::backup::kRestoreRequestKey);
         return kExitNegative;
     }

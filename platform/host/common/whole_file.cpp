@@ -1,11 +1,17 @@
 #include "common/whole_file.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
+
+#include "common/missing_service.h"
+#include "dlog.h"
 
 namespace host {
 
@@ -77,7 +83,8 @@ int FsyncDir(const std::string& dir) {
 
 int ReplaceFile(const std::string& dir, const std::string& name, const void* data, size_t size,
                 bool sync_file) {
-    std::string temp = dir + "/.tmp-XXXXXX";
+    // The writer's pid in the name tells a later start which leftovers nobody will rename.
+    std::string temp = dir + "/" + kTempPrefix + std::to_string(getpid()) + "-XXXXXX";
     int fd = mkostemp(&temp[0], O_CLOEXEC);
     if (fd < 0)
         return errno;
@@ -91,6 +98,33 @@ int ReplaceFile(const std::string& dir, const std::string& name, const void* dat
     if (rc != 0)
         unlink(temp.c_str());
     return rc;
+}
+
+int RemoveStaleTemps(const std::string& dir) {
+    DIR* d = opendir(dir.c_str());
+    if (d == nullptr)
+        return 0;
+    const size_t prefix = std::strlen(kTempPrefix);
+    int removed = 0;
+    while (struct dirent* e = readdir(d)) {
+        if (std::strncmp(e->d_name, kTempPrefix, prefix) != 0)
+            continue;
+        // ".tmp-<pid>-XXXXXX"; older builds wrote ".tmp-XXXXXX", which no live writer uses.
+        char* end = nullptr;
+        long pid = std::strtol(e->d_name + prefix, &end, 10);
+        bool tagged = end != e->d_name + prefix && *end == '-' && pid > 0;
+        if (tagged && (pid == getpid() || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH))
+            continue;
+        if (unlinkat(dirfd(d), e->d_name, 0) == 0)
+            ++removed;
+    }
+    closedir(d);
+    if (removed > 0) {
+        __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, kHostLogTag,
+                     "removed %d temporary file(s) of killed writers from %s", removed,
+                     dir.c_str());
+    }
+    return removed;
 }
 
 }  // namespace host

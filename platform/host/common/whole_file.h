@@ -22,6 +22,13 @@ bool ReadSmallFile(const std::string& path, size_t max, std::string* content);
 
 int FsyncDir(const std::string& dir);
 
+// Temporary files of ReplaceFile start with this, then the writing process's pid.
+constexpr const char* kTempPrefix = ".tmp-";
+
+// Removes the temporary files in dir that a killed writer left behind (their pid is gone);
+// those of live processes stay. The number removed, logged at WARN when not 0.
+int RemoveStaleTemps(const std::string& dir);
+
 // Writes dir/name through a temporary file in dir and a rename; with sync_file the data is
 // fsynced before the rename. The directory itself is not synced. The temporary name starts
 // with '.', which no file name of ours does, so directory readers and watchers skip it; on

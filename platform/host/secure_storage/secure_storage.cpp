@@ -13,6 +13,7 @@
 
 #include <dirent.h>
 
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,6 +36,10 @@ using host::secure::OpenResult;
 // by rename, which swaps whole items.
 std::mutex g_storage_mutex;
 
+// Items this process failed to read, with why: the first write over one keeps the old file
+// aside, so that a list nobody could read is never replaced for good. Under g_storage_mutex.
+std::map<std::string, std::string> g_unreadable;
+
 constexpr size_t kMaxNameBytes = 200;  // leaves room for the aside suffix within NAME_MAX
 
 // Item names are file names in one flat directory: no separators, nothing hidden (temporary
@@ -48,11 +53,20 @@ bool ValidItemName(const char* name) {
     return !host::secure::IsAsideName(name);
 }
 
+// Temporary files of writers that were killed (some hold older lists) go once per process,
+// before its first read or write of an item.
+void RemoveStaleTempsOnce(const std::string& dir) {
+    static std::once_flag cleaned;
+    std::call_once(cleaned, [&] { host::RemoveStaleTemps(dir); });
+}
+
 std::string ItemsDir() {
     std::string dir = host::PlatformDir("secure");
     // An older or hand-made directory may be looser than the items deserve.
-    if (!dir.empty())
+    if (!dir.empty()) {
         chmod(dir.c_str(), 0700);
+        RemoveStaleTempsOnce(dir);
+    }
     return dir;
 }
 
@@ -77,7 +91,7 @@ void KeepAside(const std::string& dir, const std::string& name, const struct sta
         return;
     }
     std::string aside;
-    int rc = host::secure::MoveAside(dir, name, &aside);
+    int rc = host::secure::MoveAside(dir, name, host::secure::kCorrupt, &aside);
     if (rc != 0) {
         SS_LOG(DLOG_ERROR, "secure storage: item %s is damaged and could not be moved aside: %s",
                name.c_str(), strerror(rc));
@@ -123,16 +137,23 @@ int RemoveOwnedItem(const std::string& dir, const std::string& name, const Secur
     return SS_ERROR_NONE;
 }
 
-int ClearAllOwned(const std::string& dir, const SecureKey& key, ss_credential_s* cred) {
+// Live items of the folder (not temporary, not kept aside); false when it cannot be listed.
+bool LiveItems(const std::string& dir, std::vector<std::string>* names) {
     DIR* d = opendir(dir.c_str());
     if (!d)
-        return SS_ERROR_IO;
-    std::vector<std::string> names;
+        return false;
     while (struct dirent* e = readdir(d)) {
         if (ValidItemName(e->d_name))
-            names.push_back(e->d_name);
+            names->push_back(e->d_name);
     }
     closedir(d);
+    return true;
+}
+
+int ClearAllOwned(const std::string& dir, const SecureKey& key, ss_credential_s* cred) {
+    std::vector<std::string> names;
+    if (!LiveItems(dir, &names))
+        return SS_ERROR_IO;
     int result = SS_ERROR_NONE;
     bool any = false;
     for (const std::string& name : names) {
@@ -145,6 +166,47 @@ int ClearAllOwned(const std::string& dir, const SecureKey& key, ss_credential_s*
     if (any)
         host::FsyncDir(dir);
     return result;
+}
+
+// Keeps dir/name aside as unreadable before it is written over. False (logged) when it is
+// still there and could not be moved: the caller must not write.
+bool KeepUnreadableAside(const std::string& dir, const std::string& name, const std::string& why) {
+    std::string aside;
+    int rc = host::secure::MoveAside(dir, name, host::secure::kUnreadable, &aside);
+    if (rc == ENOENT)
+        return true;
+    if (rc != 0) {
+        SS_LOG(DLOG_ERROR,
+               "secure storage: item %s could not be read (%s) and cannot be moved aside (%s); "
+               "not writing over it",
+               name.c_str(), why.c_str(), strerror(rc));
+        return false;
+    }
+    SS_LOG(DLOG_ERROR, "secure storage: item %s could not be read (%s); kept aside as %s",
+           name.c_str(), why.c_str(), aside.c_str());
+    return true;
+}
+
+// The key, made when missing. Items sealed under a lost key can never be read again with a
+// new one, so they are kept aside first, each named in the log.
+int LoadOrMakeKey(const std::string& dir, SecureKey* key) {
+    int rc = host::secure::LoadKey(false, key->bytes);
+    if (rc != SS_ERROR_NO_SUCH_ITEM)
+        return rc;
+    std::vector<std::string> orphans;
+    LiveItems(dir, &orphans);
+    if (!orphans.empty()) {
+        SS_LOG(DLOG_ERROR,
+               "secure storage: the key file %s is missing while %zu item(s) exist; they are "
+               "kept aside and a new key is made",
+               host::secure::KeyPath().c_str(), orphans.size());
+    }
+    for (const std::string& name : orphans) {
+        if (!KeepUnreadableAside(dir, name, "its key file is missing"))
+            return SS_ERROR_IO;
+        g_unreadable.erase(name);
+    }
+    return host::secure::LoadKey(true, key->bytes);
 }
 
 }  // namespace
@@ -178,13 +240,18 @@ int ss_write(const char* data, size_t size, int offset, int /*flags*/, const cha
         return SS_ERROR_IO;
     }
     SecureKey key;
-    int rc = host::secure::LoadKey(true, key.bytes);
-    if (rc != SS_ERROR_NONE)
+    if (LoadOrMakeKey(dir, &key) != SS_ERROR_NONE)
         return SS_ERROR_IO;
 
     std::vector<uint8_t> sealed = host::secure::SealItem(
         key.bytes, *cred, item_name, reinterpret_cast<const uint8_t*>(data), size);
     host::secure::ExclusiveFileLock lock(LockPath());
+    auto unreadable = g_unreadable.find(item_name);
+    if (unreadable != g_unreadable.end()) {
+        if (!KeepUnreadableAside(dir, item_name, unreadable->second))
+            return SS_ERROR_IO;
+        g_unreadable.erase(unreadable);
+    }
     int err = host::secure::ReplaceDurably(dir, item_name, sealed);
     if (err != 0) {
         SS_LOG(DLOG_ERROR, "secure storage: writing item %s failed: %s", item_name, strerror(err));
@@ -201,13 +268,17 @@ int ss_read(char** buffer, size_t* size, int offset, int /*flags*/, const char* 
     *buffer = nullptr;
     std::lock_guard<std::mutex> guard(g_storage_mutex);
     const std::string dir = host::PlatformRoot() + "/secure";
+    RemoveStaleTempsOnce(dir);
     std::vector<uint8_t> sealed;
     struct stat st;
     int err = ReadItemFile(dir + "/" + item_name, &sealed, &st);
-    if (err == ENOENT)
+    if (err == ENOENT) {
+        g_unreadable.erase(item_name);
         return SS_ERROR_NO_SUCH_ITEM;
+    }
     if (err != 0 && err != EFBIG) {
         SS_LOG(DLOG_ERROR, "secure storage: reading item %s failed: %s", item_name, strerror(err));
+        g_unreadable[item_name] = std::string("reading it failed: ") + strerror(err);
         return SS_ERROR_IO;
     }
 
@@ -217,10 +288,13 @@ int ss_read(char** buffer, size_t* size, int offset, int /*flags*/, const char* 
         // Without the key nothing can be authenticated; the item may still be fine.
         SS_LOG(DLOG_ERROR, "secure storage: item %s exists but the key file %s is missing",
                item_name, host::secure::KeyPath().c_str());
+        g_unreadable[item_name] = "its key file is missing";
         return SS_ERROR_AUTH;
     }
-    if (rc != SS_ERROR_NONE)
+    if (rc != SS_ERROR_NONE) {
+        g_unreadable[item_name] = "its key file is unusable";
         return rc;
+    }
 
     std::vector<uint8_t> plain;
     OpenResult result = err == EFBIG
@@ -231,15 +305,20 @@ int ss_read(char** buffer, size_t* size, int offset, int /*flags*/, const char* 
             break;
         case OpenResult::kOtherCredential:
             SS_LOG(DLOG_WARN, "secure storage: item %s belongs to another credential", item_name);
+            g_unreadable[item_name] = "it belongs to another credential";
             return SS_ERROR_AUTH;
         case OpenResult::kUnknownVersion:
             SS_LOG(DLOG_WARN, "secure storage: item %s has a format this build does not know",
                    item_name);
+            g_unreadable[item_name] = "its format is unknown to this build";
             return SS_ERROR_AUTH;
         case OpenResult::kDamaged:
+            // Should moving it aside fail, the next write still must not replace it.
+            g_unreadable[item_name] = "it is damaged";
             KeepAside(dir, item_name, st);
             return SS_ERROR_AUTH;
     }
+    g_unreadable.erase(item_name);
 
     char* copy = static_cast<char*>(malloc(plain.size() + 1));
     if (!copy) {

@@ -18,22 +18,25 @@ int ReplaceDurably(const std::string& dir, const std::string& name,
     return rc != 0 ? rc : FsyncDir(dir);
 }
 
-std::string AsideName(const std::string& name, time_t when, int n) {
+std::string AsideName(const std::string& name, const char* why, time_t when, int n) {
     struct tm utc;
     gmtime_r(&when, &utc);
     char stamp[32];
     strftime(stamp, sizeof(stamp), "%Y%m%dT%H%M%SZ", &utc);
-    std::string out = name + ".corrupt-" + stamp;
+    std::string out = name + "." + why + "-" + stamp;
     if (n > 0)
         out += "-" + std::to_string(n);
     return out;
 }
 
 bool IsAsideName(const std::string& entry) {
-    size_t at = entry.rfind(".corrupt-");
-    if (at == std::string::npos)
-        return false;
-    const std::string rest = entry.substr(at + 9);
+    std::string rest;
+    for (const char* why : {kCorrupt, kUnreadable}) {
+        const std::string marker = std::string(".") + why + "-";
+        size_t at = entry.rfind(marker);
+        if (at != std::string::npos)
+            rest = entry.substr(at + marker.size());
+    }
     // YYYYMMDDTHHMMSSZ, then optionally -N.
     if (rest.size() < 16)
         return false;
@@ -54,11 +57,12 @@ bool IsAsideName(const std::string& entry) {
     return true;
 }
 
-int MoveAside(const std::string& dir, const std::string& name, std::string* aside) {
+int MoveAside(const std::string& dir, const std::string& name, const char* why,
+              std::string* aside) {
     const std::string from = dir + "/" + name;
     time_t now = time(nullptr);
     for (int n = 0; n < 1000; ++n) {
-        std::string candidate = AsideName(name, now, n);
+        std::string candidate = AsideName(name, why, now, n);
         const std::string to = dir + "/" + candidate;
         // Never replaces an earlier aside file: each one may be the only copy of some damage.
         if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {

@@ -19,13 +19,19 @@ namespace secure {
 int ReplaceDurably(const std::string& dir, const std::string& name,
                    const std::vector<uint8_t>& bytes);
 
-// "NAME.corrupt-20261121T153000Z", with "-N" from the second one in the same second.
-std::string AsideName(const std::string& name, time_t when, int n);
+// Why an item is kept aside: it is damaged, or it could not be read and is about to be
+// written over.
+constexpr const char* kCorrupt = "corrupt";
+constexpr const char* kUnreadable = "unreadable";
+
+// "NAME.corrupt-20261121T153000Z" (or ".unreadable-"), with "-N" from the second one in the
+// same second.
+std::string AsideName(const std::string& name, const char* why, time_t when, int n);
 // Whether a directory entry is such a kept-aside file rather than a live item.
 bool IsAsideName(const std::string& entry);
 
 // Renames dir/name to a free aside name of the current time. 0 or an errno value.
-int MoveAside(const std::string& dir, const std::string& name, std::string* aside);
+int MoveAside(const std::string& dir, const std::string& name, const char* why, std::string* aside);
 
 // An exclusive flock held for its lifetime; another process replacing or moving items
 // waits for it. Not holding it (lock file unusable) is logged by the caller and tolerated.

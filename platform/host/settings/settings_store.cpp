@@ -6,10 +6,12 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "common/platform_root.h"
 #include "common/whole_file.h"
 #include "settings/settings_key.h"
+#include "settings/settings_writer.h"
 #include "vconf.h"
 
 namespace host {
@@ -78,39 +80,53 @@ std::string DirectoryPath() {
     return PlatformRoot() + "/settings";
 }
 
+// What a killed writer left behind goes once per process, before its first read or write.
+void RemoveStaleTempsOnce() {
+    static std::once_flag cleaned;
+    std::call_once(cleaned, [] { RemoveStaleTemps(DirectoryPath()); });
+}
+
 std::string EnsureDirectory() {
+    RemoveStaleTempsOnce();
     return PlatformDir("settings");
 }
 
 bool Read(const std::string& key, Value* value) {
     if (!IsValidKey(key.c_str()))
         return false;
+    RemoveStaleTempsOnce();
+    const std::string name = KeyToFileName(key);
     std::string content;
-    if (!ReadSmallFile(DirectoryPath() + "/" + KeyToFileName(key), kMaxFileSize, &content))
+    // This process's own writes count before they reach the disk.
+    switch (Queued(name, &content)) {
+        case Pending::kWrite:
+            return Parse(content, value);
+        case Pending::kRemove:
+            return false;
+        case Pending::kNone:
+            break;
+    }
+    if (!ReadSmallFile(DirectoryPath() + "/" + name, kMaxFileSize, &content))
         return false;
     return Parse(content, value);
 }
 
 bool Write(const std::string& key, const Value& value) {
-    if (!IsValidKey(key.c_str()))
+    if (!IsValidKey(key.c_str()) || EnsureDirectory().empty())
         return false;
-    std::string dir = EnsureDirectory();
-    if (dir.empty())
-        return false;
-    const std::string content = Serialize(value);
-    if (ReplaceFile(dir, KeyToFileName(key), content.data(), content.size(), true) != 0)
-        return false;
-    FsyncDir(dir);
+    QueueWrite(KeyToFileName(key), Serialize(value));
     return true;
 }
 
 bool Remove(const std::string& key) {
     if (!IsValidKey(key.c_str()))
         return false;
-    std::string dir = DirectoryPath();
-    if (unlink((dir + "/" + KeyToFileName(key)).c_str()) != 0)
+    const std::string name = KeyToFileName(key);
+    Pending queued = Queued(name, nullptr);
+    if (queued == Pending::kRemove ||
+        (queued == Pending::kNone && access((DirectoryPath() + "/" + name).c_str(), F_OK) != 0))
         return false;
-    FsyncDir(dir);
+    QueueRemove(name);
     return true;
 }
 

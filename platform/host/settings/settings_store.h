@@ -20,9 +20,12 @@ std::string DirectoryPath();
 // The settings directory, created when missing; empty on failure.
 std::string EnsureDirectory();
 
-// False when the key is invalid, missing, unreadable or its file is damaged.
+// False when the key is invalid, missing, unreadable or its file is damaged. This process's
+// queued writes are seen at once (settings_writer.h).
 bool Read(const std::string& key, Value* value);
-// Replaces the key's file atomically: readers see the old value or the new one.
+// Queues the key's new file: readers see the old value or the new one, never a mix. False
+// only for an invalid key or a settings folder that cannot be made; a disk failure is
+// logged by the writer thread and seen by Sync().
 bool Write(const std::string& key, const Value& value);
 // False when the key is invalid or missing.
 bool Remove(const std::string& key);
