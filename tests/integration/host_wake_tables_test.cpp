@@ -213,4 +213,74 @@ TEST_F(WakeTablesTest, ToolShowsBothTablesAsJsonAndText) {
     EXPECT_EQ(2, host_test::RunTool({"wake-tables", "--json", "--json"}).status);
 }
 
+// A database file that is not one, or holds tables of another shape, is kept aside and made
+// anew at first use instead of failing every later call.
+TEST(WakeTablesHeal, AnUnusableDatabaseIsKeptAsideAndMadeAnew) {
+    for (const std::string& bad :
+         {std::string("this is not a database, just text"), std::string("SQLITE")}) {
+        host_test::TempRoot temp;
+        const std::string path = temp.path() + "/wake_tables.db";
+        host_test::WriteFile(path, bad);
+        EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:66", 0)) << bad;
+        Tables t = ReadBoth();
+        EXPECT_EQ(1u, t.wakers.size());
+        int kept = 0;
+        for (const std::string& name : host_test::Entries(temp.path())) {
+            if (name.rfind("wake_tables.db.corrupt-", 0) == 0 &&
+                name.find("-wal") == std::string::npos && name.find("-shm") == std::string::npos) {
+                EXPECT_EQ(bad, host_test::ReadFile(temp.path() + "/" + name));
+                ++kept;
+            }
+        }
+        EXPECT_EQ(1, kept) << bad;
+    }
+    // A real database whose table has another shape.
+    host_test::TempRoot temp;
+    const std::string path = temp.path() + "/wake_tables.db";
+    ASSERT_EQ(0, system(("sqlite3 " + path + " 'CREATE TABLE wowl_wakers (mac TEXT);'").c_str()));
+    EXPECT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("11:22:33:44:55:66", 0));
+    EXPECT_EQ(1u, ReadBoth().wakers.size());
+}
+
+// The tables drift from the stored list when a write failed (a full disk): --check shows the
+// difference and --repair rewrites them from the list's allowed devices.
+TEST_F(WakeTablesTest, CheckShowsDriftFromTheStoredListAndRepairMendsIt) {
+    const std::string list =
+        "2\n["
+        R"({"item_data": {"devname": "allowed", "bt_mac": "AA:BB:CC:DD:EE:01", )"
+        R"("wifi_mac": "AA:BB:CC:DD:EE:02", "devstatus": 0, "dy_type": 0, "accessTime": 5}},)"
+        R"({"item_data": {"devname": "wifi only", "bt_mac": "0", )"
+        R"("wifi_mac": "AA:BB:CC:DD:EE:03", "devstatus": 0, "dy_type": 0}},)"
+        R"({"item_data": {"devname": "denied", "bt_mac": "AA:BB:CC:DD:EE:04", )"
+        R"("wifi_mac": "AA:BB:CC:DD:EE:05", "devstatus": 1, "dy_type": 0}},)"
+        R"({"item_data": {"devname": "reverse", "bt_mac": "AA:BB:CC:DD:EE:06", )"
+        R"("wifi_mac": "0", "devstatus": 0, "dy_type": 1}}])";
+    host_test::WriteFile(root_ + "/list.txt", list);
+    host_test::Tool({"secure-write", "PXM_DEVICE_LIST", root_ + "/list.txt"});
+
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "aa:bb:cc:dd:ee:01", "Phone", 1));
+    ASSERT_EQ(BT_ERROR_NONE, bt_adapter_register_headless_device("aa:bb:cc:dd:ee:01"));
+    ASSERT_EQ(BT_ERROR_NONE, bt_add_headless_device_with_permission_in_DB(
+                                 handle_, "AA:BB:CC:DD:EE:04", "Phone", 1));
+    ASSERT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("AA:BB:CC:DD:EE:02", 0));
+
+    host_test::ToolResult check = host_test::RunTool({"wake-tables", "--check"});
+    EXPECT_EQ(1, check.status);
+    EXPECT_EQ(
+        "bt_headless extra   AA:BB:CC:DD:EE:04 (not an allowed device)\n"
+        "wowl_wakers missing AA:BB:CC:DD:EE:03 (an allowed device)\n",
+        check.out);
+
+    host_test::ToolResult repair = host_test::RunTool({"wake-tables", "--repair"});
+    EXPECT_EQ(0, repair.status) << repair.err;
+    EXPECT_EQ(0, host_test::RunTool({"wake-tables", "--check"}).status);
+    Tables t = ReadBoth();
+    ASSERT_EQ(1u, t.headless.size());
+    EXPECT_TRUE(t.headless[0].registered) << "a row already there keeps its registration";
+    ASSERT_EQ(2u, t.wakers.size());
+    EXPECT_EQ("1\n", host_test::Tool({"get", "db/bleapp/db_updated"}));
+    EXPECT_EQ(2, host_test::RunTool({"wake-tables", "--check", "--repair"}).status);
+}
+
 }  // namespace

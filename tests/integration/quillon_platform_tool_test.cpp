@@ -46,7 +46,7 @@ protected:
     std::string root_ = temp_.path();
 };
 
-TEST_F(PlatformTool, InitSeedsDefaultsAndNeverOverwrites) {
+TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeRead) {
     ASSERT_EQ(Run({"init"}).status, 0);
     EXPECT_EQ(Run({"get", "db/registertv/factoryreset"}).out, "0\n");
     EXPECT_EQ(Run({"get", "db/menu/network/devicemanager/accessnoti"}).out, "1\n");
@@ -57,22 +57,41 @@ TEST_F(PlatformTool, InitSeedsDefaultsAndNeverOverwrites) {
 
     ASSERT_EQ(Run({"set-int", "db/menu/network/devicemanager/accessnoti", "2"}).status, 0);
     ASSERT_EQ(Run({"set-str", "memory/wizard/wizard_mode", "PNP_SETUP"}).status, 0);
-    // A key of another type is still an existing key.
-    ASSERT_EQ(Run({"set-str", "db/registertv/factoryreset", "odd"}).status, 0);
     ASSERT_EQ(Run({"unset", "memory/quillon/reqopt"}).status, 0);
+    // Keys the daemon cannot read as their type would stop it at every start.
+    const std::string settings = root_ + "/settings/";
+    host_test::WriteFile(settings + "db%2Fregistertv%2Ffactoryreset", "int\n1x\n");
+    ASSERT_EQ(Run({"set-int", "memory/wizard/wizard_mode", "3"}).status, 0);
 
-    ASSERT_EQ(Run({"init"}).status, 0);
+    // Plain init reports them and leaves them alone.
+    Result plain = Run({"init"});
+    EXPECT_EQ(plain.status, 1);
+    EXPECT_NE(plain.out.find("broken db/registertv/factoryreset"), std::string::npos) << plain.out;
+    EXPECT_EQ(host_test::ReadFile(settings + "db%2Fregistertv%2Ffactoryreset"), "int\n1x\n");
+    EXPECT_EQ(Run({"get", "memory/quillon/reqopt"}).out, "0\n") << "only the missing key came";
+
+    // --repair keeps them aside and seeds them; readable keys stay as they are.
+    Result repaired = Run({"init", "--repair"});
+    EXPECT_EQ(repaired.status, 0) << repaired.out;
+    EXPECT_EQ(Run({"get", "db/registertv/factoryreset"}).out, "0\n");
+    EXPECT_EQ(Run({"get", "memory/wizard/wizard_mode"}).out, "\n");
     EXPECT_EQ(Run({"get", "db/menu/network/devicemanager/accessnoti"}).out, "2\n");
-    EXPECT_EQ(Run({"get", "memory/wizard/wizard_mode"}).out, "PNP_SETUP\n");
-    EXPECT_EQ(Run({"get", "db/registertv/factoryreset"}).out, "odd\n");
-    // Only the missing key came back.
-    EXPECT_EQ(Run({"get", "memory/quillon/reqopt"}).out, "0\n");
+    int kept = 0;
+    for (const std::string& name : host_test::Entries(settings)) {
+        if (name.rfind("db%2Fregistertv%2Ffactoryreset.unparsable-", 0) == 0) {
+            EXPECT_EQ(host_test::ReadFile(settings + name), "int\n1x\n");
+            ++kept;
+        }
+        kept += name.rfind("memory%2Fwizard%2Fwizard_mode.unparsable-", 0) == 0;
+    }
+    EXPECT_EQ(kept, 2);
+    EXPECT_EQ(Run({"init"}).status, 0);
 }
 
 TEST_F(PlatformTool, BadInputExitsTwoAndWritesNothing) {
     // Command lines between ';', their words between '|'.
     const std::string bad =
-        "frob;get;get|a|b;get|../outside;init|extra;set-int|memory/quillon/reqopt;"
+        "frob;get;get|a|b;get|../outside;init|extra;init|--repair|--repair;set-int|memory/quillon/reqopt;"
         "set-int|memory/quillon/reqopt|1|2;set-int|memory/quillon/reqopt|;"
         "set-int|memory/quillon/reqopt|12x;set-int|memory/quillon/reqopt| 5;"
         "set-int|memory/quillon/reqopt|0x10;set-int|memory/quillon/reqopt|-;"

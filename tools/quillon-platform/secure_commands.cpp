@@ -8,8 +8,8 @@
 
 #include "command.h"
 #include "common/platform_root.h"
-#include "pxm_credential.h"
 #include "ss_manager.h"
+#include "stored_list.h"
 
 namespace quillon_platform {
 
@@ -22,12 +22,6 @@ bool CheckItemName(const Command& command, const std::string& item, int* status)
     *status = BadInput(
         command, "invalid item name '" + item + "' (not empty, no '/', not starting with '.')");
     return false;
-}
-
-ss_credential_s DaemonCredential() {
-    ss_credential_s cred;
-    ss_init_credential(&cred, kPxmAppCredential, PXM_SS_CREDENTIAL_TYPE, PXM_SS_CREDENTIAL_FLAGS);
-    return cred;
 }
 
 bool ReadStream(FILE* in, std::string* out) {

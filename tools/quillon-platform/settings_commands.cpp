@@ -1,13 +1,21 @@
 // Settings commands: seed, read and change settings keys through the platform's own
 // settings functions, exactly as the daemon sees them.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
 #include "command.h"
+#include "common/utc_time.h"
 #include "parse_decimal.h"
 #include "settings/settings_key.h"
+#include "settings/settings_store.h"
 #include "settings/settings_writer.h"
 #include "vconf.h"
 
@@ -46,23 +54,63 @@ bool CheckKey(const Command& command, const std::string& key, int* status) {
     return false;
 }
 
-bool KeyExists(const char* key) {
+// Whether the key reads as the type the daemon expects of it.
+bool ReadsAsItsType(const DefaultSetting& setting) {
     int number = 0;
-    if (vconf_get_int(key, &number) == VCONF_OK || vconf_get_bool(key, &number) == VCONF_OK)
-        return true;
-    char* text = vconf_get_str(key);
+    if (setting.is_int)
+        return vconf_get_int(setting.key, &number) == VCONF_OK;
+    char* text = vconf_get_str(setting.key);
     free(text);
     return text != nullptr;
 }
 
+// "<file>.unparsable-<UTC time>" beside it, or empty on failure (errno).
+std::string MoveAside(const std::string& key) {
+    const std::string dir = host::settings::DirectoryPath();
+    const std::string name = host::settings::KeyToFileName(key);
+    std::string stamp = host::UtcTimeText(time(nullptr));
+    stamp.erase(std::remove(stamp.begin(), stamp.end(), '-'), stamp.end());
+    stamp.erase(std::remove(stamp.begin(), stamp.end(), ':'), stamp.end());
+    const std::string aside = name + ".unparsable-" + stamp;
+    if (rename((dir + "/" + name).c_str(), (dir + "/" + aside).c_str()) != 0)
+        return std::string();
+    return aside;
+}
+
+// Seeds the keys that are missing; a key whose file does not read as its type stops the
+// daemon at start, so it is reported, and with --repair kept aside and seeded.
 int RunInit(const Command& self, const std::vector<std::string>& args) {
-    int status = kExitOk;
-    if (!ExpectArgs(self, args, 0, &status))
-        return status;
+    bool repair = false;
+    for (const std::string& arg : args) {
+        if (arg == "--repair" && !repair)
+            repair = true;
+        else
+            return BadInput(self, "unexpected argument '" + arg + "'");
+    }
+    int result = kExitOk;
     for (const DefaultSetting& setting : kDefaults) {
-        if (KeyExists(setting.key)) {
+        if (ReadsAsItsType(setting)) {
             std::printf("kept   %s\n", setting.key);
             continue;
+        }
+        const std::string path =
+            host::settings::DirectoryPath() + "/" + host::settings::KeyToFileName(setting.key);
+        if (access(path.c_str(), F_OK) == 0) {
+            if (!repair) {
+                std::printf(
+                    "broken %s (quillon-platform init --repair keeps it aside and "
+                    "seeds it)\n",
+                    setting.key);
+                result = kExitFailed;
+                continue;
+            }
+            std::string aside = MoveAside(setting.key);
+            if (aside.empty()) {
+                std::fprintf(stderr, "quillon-platform: cannot move %s aside: %s\n", path.c_str(),
+                             strerror(errno));
+                return kExitFailed;
+            }
+            std::printf("broken %s kept aside as %s\n", setting.key, aside.c_str());
         }
         int rc = setting.is_int ? vconf_set_int(setting.key, setting.number)
                                 : vconf_set_str(setting.key, setting.text);
@@ -70,7 +118,7 @@ int RunInit(const Command& self, const std::vector<std::string>& args) {
             return kExitFailed;
         std::printf("seeded %s\n", setting.key);
     }
-    return kExitOk;
+    return result;
 }
 
 int RunGet(const Command& self, const std::vector<std::string>& args) {
@@ -130,7 +178,10 @@ int RunUnset(const Command& self, const std::vector<std::string>& args) {
 }
 
 const CommandRegistrar kRegistrar({
-    {"init", "init", "seed the default settings; never overwrites a key", RunInit},
+    {"init", "init [--repair]",
+     "seed the default settings; never overwrites a key (exit 1 on a broken one); --repair "
+     "keeps broken ones aside and seeds them",
+     RunInit},
     {"get", "get KEY", "print a setting's value (exit 1 when it is missing)", RunGet},
     {"set-int", "set-int KEY N", "set an integer setting", RunSetInt},
     {"set-str", "set-str KEY TEXT", "set a text setting", RunSetStr},

@@ -1,16 +1,12 @@
 // The Bluetooth headless (power-on) table on the host: rows of the wake-up tables' database.
 // There is no adapter here, so registering a device with it only sets the row's flag.
 #include <ctime>
-#include <mutex>
 
 #include "bluetooth_product.h"
 #include "wake_tables/wake_tables_db.h"
 
-struct bt_headless_db_s {
-    sqlite3* db;
-    // Keeps a statement and its change count together when threads share the handle.
-    std::mutex mutex;
-};
+// The tables live on the process's one connection; a handle only says it was opened.
+struct bt_headless_db_s {};
 
 namespace {
 
@@ -19,10 +15,9 @@ bool Usable(const char* text) {
 }
 
 // A row-changing statement on the handle: BT_ERROR_NOT_FOUND when it touched no row.
-int ChangeRows(bt_headless_db_h handle, const char* what, const char* sql,
-               const std::vector<host::wake::Param>& params, bool absent_is_error) {
-    std::lock_guard<std::mutex> guard(handle->mutex);
-    int changed = host::wake::Execute(handle->db, what, sql, params);
+int ChangeRows(const char* what, const char* sql, const std::vector<host::wake::Param>& params,
+               bool absent_is_error) {
+    int changed = host::wake::Execute(what, sql, params);
     if (changed < 0)
         return BT_ERROR_OPERATION_FAILED;
     if (changed == 0 && absent_is_error)
@@ -30,19 +25,13 @@ int ChangeRows(bt_headless_db_h handle, const char* what, const char* sql,
     return BT_ERROR_NONE;
 }
 
-// The adapter calls have no handle: they open the table for the one change.
+// The adapter calls have no handle of their own.
 int SetRegistered(const char* address, int registered, bool absent_is_error) {
     if (!Usable(address))
         return BT_ERROR_INVALID_PARAMETER;
-    bt_headless_db_h handle = nullptr;
-    int rc = bt_headless_open_db(&handle);
-    if (rc != BT_ERROR_NONE)
-        return rc;
-    rc = ChangeRows(handle, "adapter registration",
-                    "UPDATE bt_headless SET registered = ? WHERE address = ?",
-                    {host::wake::Number(registered), host::wake::Text(address)}, absent_is_error);
-    bt_mobileheadless_close_db(&handle);
-    return rc;
+    return ChangeRows("adapter registration",
+                      "UPDATE bt_headless SET registered = ? WHERE address = ?",
+                      {host::wake::Number(registered), host::wake::Text(address)}, absent_is_error);
 }
 
 }  // namespace
@@ -53,17 +42,16 @@ int bt_headless_open_db(bt_headless_db_h* handle) {
     if (!handle)
         return BT_ERROR_INVALID_PARAMETER;
     *handle = nullptr;
-    sqlite3* db = host::wake::OpenDatabase();
-    if (!db)
+    if (!host::wake::OpenDatabase())
         return BT_ERROR_OPERATION_FAILED;
-    *handle = new bt_headless_db_s{db, {}};
+    *handle = new bt_headless_db_s{};
     return BT_ERROR_NONE;
 }
 
 int bt_bluetooth_delete_headless_mobile_in_DB(bt_headless_db_h handle, const char* address) {
     if (!handle || !Usable(address))
         return BT_ERROR_INVALID_PARAMETER;
-    return ChangeRows(handle, "headless delete", "DELETE FROM bt_headless WHERE address = ?",
+    return ChangeRows("headless delete", "DELETE FROM bt_headless WHERE address = ?",
                       {host::wake::Text(address)}, true);
 }
 
@@ -73,7 +61,7 @@ int bt_add_headless_device_with_permission_in_DB(bt_headless_db_h handle, const 
     if (!handle || !Usable(address) || !device_type)
         return BT_ERROR_INVALID_PARAMETER;
     return ChangeRows(
-        handle, "headless add",
+        "headless add",
         "INSERT OR REPLACE INTO bt_headless "
         "(address, device_type, permission, registered, added_at) "
         "VALUES (?, ?, ?, 0, ?)",
@@ -85,13 +73,12 @@ int bt_add_headless_device_with_permission_in_DB(bt_headless_db_h handle, const 
 int bt_bluetooth_delete_all_headless_mobile_in_DB(bt_headless_db_h handle) {
     if (!handle)
         return BT_ERROR_INVALID_PARAMETER;
-    return ChangeRows(handle, "headless clear", "DELETE FROM bt_headless", {}, false);
+    return ChangeRows("headless clear", "DELETE FROM bt_headless", {}, false);
 }
 
 int bt_mobileheadless_close_db(bt_headless_db_h* handle) {
     if (!handle || !*handle)
         return BT_ERROR_INVALID_PARAMETER;
-    sqlite3_close((*handle)->db);
     delete *handle;
     *handle = nullptr;
     return BT_ERROR_NONE;

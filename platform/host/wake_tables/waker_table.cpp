@@ -1,5 +1,5 @@
-// The Wake-on-WLAN waker table on the host: rows of the wake-up tables' database. The
-// interface has no handle, so each call opens the database for its one statement.
+// The Wake-on-WLAN waker table on the host: rows of the wake-up tables' database, on the
+// process's one connection.
 #include "wake_tables/wake_tables_db.h"
 #include "wowl.h"
 
@@ -7,11 +7,7 @@ namespace {
 
 int Change(const char* what, const char* sql, const std::vector<host::wake::Param>& params,
            bool absent_is_error) {
-    sqlite3* db = host::wake::OpenDatabase();
-    if (!db)
-        return WOWL_ERROR_OPERATION_FAILED;
-    int changed = host::wake::Execute(db, what, sql, params);
-    sqlite3_close(db);
+    int changed = host::wake::Execute(what, sql, params);
     if (changed < 0)
         return WOWL_ERROR_OPERATION_FAILED;
     if (changed == 0 && absent_is_error)
