@@ -183,7 +183,8 @@ TEST_F(HostSettings, TypedValuesMissingKeysMismatchesAndDamagedFiles) {
     ASSERT_TRUE(host::settings::Sync());
     ASSERT_TRUE(fs::exists(file));
     for (const char* damaged :
-         {"int\n12abc\n", "int\n", "int 5\n", "float\n1.5\n", "int\n99999999999\n", "bool\n2\n"}) {
+         {"int\n12abc\n", "int\n", "int 5\n", "float\n1.5\n", "int\n99999999999\n", "bool\n2\n",
+          "bool\n\f\r0", "int\n\v7\n", "int\n+\n"}) {
         host_test::WriteFile(file, damaged);
         EXPECT_EQ(vconf_get_int("memory/quillon/reqopt", &number), VCONF_ERROR) << damaged;
         EXPECT_EQ(vconf_get_bool("memory/quillon/reqopt", &number), VCONF_ERROR) << damaged;

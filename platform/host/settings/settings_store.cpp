@@ -26,7 +26,10 @@ constexpr size_t kMaxFileSize = 1 << 20;
 bool ParseNumber(std::string text, long min, long max, int* number) {
     if (!text.empty() && text.back() == '\n')
         text.pop_back();
-    if (text.empty() || text.find_first_of(" \t\n") != std::string::npos)
+    // Digits with an optional sign and nothing else: strtol alone would skip leading blanks
+    // of any kind (form feeds, carriage returns) and take what a hand edit left broken.
+    size_t digits = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
+    if (digits == text.size() || text.find_first_not_of("0123456789", digits) != std::string::npos)
         return false;
     errno = 0;
     char* end = nullptr;
@@ -37,7 +40,9 @@ bool ParseNumber(std::string text, long min, long max, int* number) {
     return true;
 }
 
-bool Parse(const std::string& content, Value* value) {
+}  // namespace
+
+bool ParseValueFile(const std::string& content, Value* value) {
     size_t newline = content.find('\n');
     if (newline == std::string::npos)
         return false;
@@ -61,6 +66,8 @@ bool Parse(const std::string& content, Value* value) {
     }
     return false;
 }
+
+namespace {
 
 std::string Serialize(const Value& value) {
     switch (value.type) {
@@ -100,7 +107,7 @@ bool Read(const std::string& key, Value* value) {
     // This process's own writes count before they reach the disk.
     switch (Queued(name, &content)) {
         case Pending::kWrite:
-            return Parse(content, value);
+            return ParseValueFile(content, value);
         case Pending::kRemove:
             return false;
         case Pending::kNone:
@@ -108,7 +115,7 @@ bool Read(const std::string& key, Value* value) {
     }
     if (!ReadSmallFile(DirectoryPath() + "/" + name, kMaxFileSize, &content))
         return false;
-    return Parse(content, value);
+    return ParseValueFile(content, value);
 }
 
 bool Write(const std::string& key, const Value& value) {

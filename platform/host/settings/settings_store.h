@@ -15,6 +15,10 @@ struct Value {
     std::string text;  // kString
 };
 
+// A value file's content: "int\nN", "bool\n0|1" (one optional final line feed) or
+// "string\n<text>". False for anything else.
+bool ParseValueFile(const std::string& content, Value* value);
+
 // The settings directory, not created.
 std::string DirectoryPath();
 // The settings directory, created when missing; empty on failure.
