@@ -8,6 +8,7 @@
 #include "CPXMCore.h"
 #include "PXMBackupRestore.h"
 #include "pxmCore/bounded_copy.h"
+#include "pxmCore/device_json.h"
 #include "pxm_log.h"
 
 namespace {
@@ -43,19 +44,7 @@ std::string BackupKey(const pxm_core_device_s& dev) {
 // restore hands back to the access decision.
 Json::Value BackupEntry(const pxm_core_device_s& dev) {
     Json::Value item(Json::objectValue);
-    item["devname"] = FieldString(dev.devname);
-    item["bt_mac"] = FieldString(dev.bt_mac);
-    item["wifi_mac"] = FieldString(dev.wifi_mac);
-    item["p2p_mac"] = FieldString(dev.p2p_mac);
-    item["devtype"] = Json::Value(static_cast<Json::Int>(dev.devtype));
-    item["devicon"] = Json::Value(static_cast<Json::Int>(dev.devicon));
-    item["devstatus"] = Json::Value(static_cast<Json::Int>(dev.devstatus));
-    item["tvInitMirroringSupport"] =
-        Json::Value(static_cast<Json::Int>(dev.tvInitMirroringSupport));
-    item["isNoUX"] = Json::Value(static_cast<Json::Int>(dev.isNoUX));
-    item["isUXAlways"] = Json::Value(static_cast<Json::Int>(dev.isUXAlways));
-    item["accessTime"] = Json::Value(static_cast<Json::Int64>(dev.accessTime));
-    item["keyType"] = Json::Value(static_cast<Json::Int>(dev.keyType));
+    pxm_json::WriteSharedMembers(item, dev);
 
     Json::Value entry(Json::objectValue);
     entry["key"] = BackupKey(dev);

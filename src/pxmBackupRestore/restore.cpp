@@ -4,12 +4,12 @@
 
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
 
 #include "CPXMCore.h"
 #include "PXMBackupRestore.h"
 #include "pxmCore/bounded_copy.h"
+#include "pxmCore/device_json.h"
 #include "pxm_log.h"
 
 namespace {
@@ -29,14 +29,7 @@ pxm_core_device_s ReadEntry(const Json::Value& entry) {
     ReadText(dev.bt_mac, item, "bt_mac");
     ReadText(dev.wifi_mac, item, "wifi_mac");
     ReadText(dev.p2p_mac, item, "p2p_mac");
-    dev.devtype = item["devtype"].asInt();
-    dev.devicon = item["devicon"].asInt();
-    dev.devstatus = item["devstatus"].asInt();
-    dev.tvInitMirroringSupport = item["tvInitMirroringSupport"].asInt();
-    dev.isNoUX = item["isNoUX"].asInt();
-    dev.isUXAlways = item["isUXAlways"].asInt();
-    dev.accessTime = item["accessTime"].asLargestUInt();
-    dev.keyType = item["keyType"].asInt();
+    pxm_json::ReadSharedNumbers(item, &dev);
     return dev;
 }
 
@@ -49,19 +42,9 @@ bool PXMBackupRestore::ParseRestoreData(const char* text) {
     const char* input = text != nullptr ? text : "";
     BNR_LOGI("Device json data [%s]", input);
 
-    Json::CharReaderBuilder builder;
     Json::Value root;
     std::string errors;
-    bool parsed = false;
-    try {
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        parsed = reader->parse(input, input + strlen(input), &root, &errors);
-    } catch (const std::exception& e) {
-        // The reader throws instead of failing on input nested deeper than its limit.
-        errors = e.what();
-        parsed = false;
-    }
-    if (!parsed) {
+    if (!pxm_json::ParseDocument(input, input + strlen(input), &root, &errors)) {
         BNR_LOGE("parse json error exception is [%s] ", errors.c_str());
         return false;
     }

@@ -76,9 +76,36 @@ protected:
         snprintf(d.mirroring_Id, sizeof(d.mirroring_Id), "mirror");
         core->mDeviceList.push_back(d);
     }
-    void StoreTwo() {
-        Store("One", "AA:BB:CC:DD:EE:01", "", "", 0);
-        Store("Two", "", "AA:BB:CC:DD:EE:02", "", 1);
+    // A fresh start with two stored devices or none, the registry attached or not, and the
+    // next bnr_backup scripted to answer backup_result.
+    void Prepare(bool devices, bool registry, int backup_result) {
+        Fresh();
+        if (devices) {
+            Store("One", "AA:BB:CC:DD:EE:01", "", "", 0);
+            Store("Two", "", "AA:BB:CC:DD:EE:02", "", 1);
+        }
+        client->m_pPXMCore = registry ? core : nullptr;
+        if (backup_result != 0) {
+            fake::QueueResult("bnr_backup", backup_result);
+        }
+    }
+    // The one payload sent with this client's id: `expected`, or (nullptr) the two devices.
+    std::string ExpectOneSent(const char* expected) {
+        EXPECT_EQ(1u, fake::CallCount("bnr_backup"));
+        std::vector<fake::Call> calls = fake::Calls("bnr_backup");
+        if (calls.empty()) {
+            return "";
+        }
+        const std::vector<std::string>& args = calls[0].args;
+        EXPECT_EQ(kClientId, args.at(0));
+        EXPECT_EQ("(null)", args.at(2));
+        if (expected != nullptr) {
+            EXPECT_EQ(expected, args.at(1));
+        } else {
+            EXPECT_EQ((std::vector<std::string>{"AABBCCDDEE01", "AABBCCDDEE02"}),
+                      Keys(unit::ParseJson(args.at(1))));
+        }
+        return args.at(1);
     }
 
     CPXMCore* core = CPXMCore::GetInstance();
@@ -195,16 +222,9 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        Fresh();
-        if (row.devices) {
-            StoreTwo();
-        }
-        client->m_pPXMCore = row.registry ? core : nullptr;
+        Prepare(row.devices, row.registry, row.backup_result);
         if (row.init_result != 0) {
             fake::QueueResult("bnr_init", row.init_result);
-        }
-        if (row.backup_result != 0) {
-            fake::QueueResult("bnr_backup", row.backup_result);
         }
         pxm_core_device_s dev = unit::Device("Gone", "AA:BB:CC:DD:EE:09");
 
@@ -216,18 +236,9 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
             expected_calls = {"bnr_init", "bnr_backup", "bnr_deinit"};
         }
         EXPECT_EQ(expected_calls, ServiceCalls());
-        ASSERT_EQ(1u, fake::CallCount("bnr_backup"));
-        fake::Call sent = fake::Calls("bnr_backup")[0];
-        EXPECT_EQ(kClientId, sent.args.at(0));
-        EXPECT_EQ("(null)", sent.args.at(2));
-        if (row.sent != nullptr) {
-            EXPECT_EQ(row.sent, sent.args.at(1));
-        } else {
-            EXPECT_EQ((std::vector<std::string>{"AABBCCDDEE01", "AABBCCDDEE02"}),
-                      Keys(unit::ParseJson(sent.args.at(1))));
-        }
+        std::string sent = ExpectOneSent(row.sent);
         EXPECT_EQ(static_cast<std::size_t>(row.data_lines), fake::CountLogs("> backup data["));
-        EXPECT_TRUE(fake::HasLog("backup data[" + sent.args.at(1) + "]", DLOG_INFO, "PXM_LOG"));
+        EXPECT_TRUE(fake::HasLog("backup data[" + sent + "]", DLOG_INFO, "PXM_LOG"));
         EXPECT_EQ(row.record && row.registry, fake::HasLog("Changed Data: "));
         EXPECT_EQ(row.record && !row.registry, fake::HasLog("PXM core is not initialized"));
         if (row.backup_result != 0) {
@@ -258,29 +269,14 @@ TEST_F(BackupPayload, FullBackupOnRequestSendsTheListOrAnEmptyArray) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        Fresh();
-        if (row.devices) {
-            StoreTwo();
-        }
-        client->m_pPXMCore = row.registry ? core : nullptr;
-        if (row.backup_result != 0) {
-            fake::QueueResult("bnr_backup", row.backup_result);
-        }
+        Prepare(row.devices, row.registry, row.backup_result);
         fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
         EXPECT_TRUE(ServiceCalls().empty());
 
         fake::ChangeStr("memory/bnr/backupcid", kClientId);
 
         EXPECT_EQ(kConnectBackupDisconnect, ServiceCalls());
-        ASSERT_EQ(1u, fake::CallCount("bnr_backup"));
-        fake::Call sent = fake::Calls("bnr_backup")[0];
-        EXPECT_EQ((std::vector<std::string>{kClientId, sent.args.at(1), "(null)"}), sent.args);
-        if (row.sent != nullptr) {
-            EXPECT_EQ(row.sent, sent.args.at(1));
-        } else {
-            EXPECT_EQ((std::vector<std::string>{"AABBCCDDEE01", "AABBCCDDEE02"}),
-                      Keys(unit::ParseJson(sent.args.at(1))));
-        }
+        ExpectOneSent(row.sent);
         EXPECT_EQ(!row.registry, fake::HasLog("Empty device list", DLOG_INFO, "PXM_LOG"));
         std::string outcome =
             row.backup_result != 0 ? "bnr_backup err[-5]" : "Backup requested successfully.";

@@ -59,10 +59,8 @@ protected:
         fake::Reset();
         core->mDeviceList.clear();
         core->mReverseDeviceList.clear();
+        // A new device would be asked about, were the restore not to forbid it.
         core->m_nAccessNoti = 1;
-        core->m_bPnPStatus = false;
-        core->m_nReqOpt = 0;
-        core->m_nUxPid = 0;
         client = std::make_unique<PXMBackupRestore>();
         client->Initialize(core);
         ASSERT_TRUE(client->BnrInit());
