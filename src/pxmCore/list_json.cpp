@@ -3,11 +3,11 @@
 #include <json/json.h>
 
 #include <exception>
-#include <memory>
 #include <string>
 
 #include "CPXMCore.h"
 #include "bounded_copy.h"
+#include "device_json.h"
 #include "pxm_log.h"
 
 namespace {
@@ -17,21 +17,9 @@ using pxm_text::FieldString;
 // Every member is assigned each time, so the one reused item carries nothing of the record
 // before it.
 void FillItem(Json::Value& item, const pxm_core_device_s& dev) {
-    item["devname"] = FieldString(dev.devname);
-    item["bt_mac"] = FieldString(dev.bt_mac);
-    item["wifi_mac"] = FieldString(dev.wifi_mac);
-    item["p2p_mac"] = FieldString(dev.p2p_mac);
+    pxm_json::WriteSharedMembers(item, dev);
     item["zel_id"] = FieldString(dev.zel_id);
     item["mirroring_Id"] = FieldString(dev.mirroring_Id);
-    item["devtype"] = Json::Value(static_cast<Json::Int>(dev.devtype));
-    item["devicon"] = Json::Value(static_cast<Json::Int>(dev.devicon));
-    item["devstatus"] = Json::Value(static_cast<Json::Int>(dev.devstatus));
-    item["tvInitMirroringSupport"] =
-        Json::Value(static_cast<Json::Int>(dev.tvInitMirroringSupport));
-    item["isNoUX"] = Json::Value(static_cast<Json::Int>(dev.isNoUX));
-    item["isUXAlways"] = Json::Value(static_cast<Json::Int>(dev.isUXAlways));
-    item["accessTime"] = Json::Value(static_cast<Json::Int64>(dev.accessTime));
-    item["keyType"] = Json::Value(static_cast<Json::Int>(dev.keyType));
     item["dy_type"] = Json::Value(static_cast<Json::Int>(dev.dy_type));
 }
 
@@ -81,19 +69,9 @@ bool CPXMCore::Util_GetJsonStringForDeviceList(std::string& out) {
 void CPXMCore::Util_GetDeviceListForJsonString(const std::string& text) {
     CORE_LOGI("json data [%s]", text.c_str());
 
-    Json::CharReaderBuilder builder;
     Json::Value root;
     std::string errors;
-    bool parsed = false;
-    try {
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-    } catch (const std::exception& e) {
-        // The reader throws instead of failing on input nested deeper than its limit.
-        errors = e.what();
-        parsed = false;
-    }
-    if (!parsed) {
+    if (!pxm_json::ParseDocument(text.data(), text.data() + text.size(), &root, &errors)) {
         CORE_LOGE("parse json error exception is [%s]", errors.c_str());
         return;
     }
@@ -120,14 +98,7 @@ void CPXMCore::Util_GetDeviceListForJsonString(const std::string& text) {
             ReadText(dev.zel_id, item, "zel_id");
             ReadText(dev.mirroring_Id, item, "mirroring_Id");
 
-            dev.devtype = item["devtype"].asInt();
-            dev.devicon = item["devicon"].asInt();
-            dev.devstatus = item["devstatus"].asInt();
-            dev.tvInitMirroringSupport = item["tvInitMirroringSupport"].asInt();
-            dev.isNoUX = item["isNoUX"].asInt();
-            dev.isUXAlways = item["isUXAlways"].asInt();
-            dev.accessTime = item["accessTime"].asLargestUInt();
-            dev.keyType = item["keyType"].asInt();
+            pxm_json::ReadSharedNumbers(item, &dev);
             const Json::Value& dyType = item["dy_type"];
             dev.dy_type = dyType.isNull() ? 0 : dyType.asInt();
 

@@ -147,7 +147,7 @@ void CheckBTFull(CPXMCore& core, const pxm_core_device_s* dev) {
     if (!core.UTIL_CheckValidMAC(dev->bt_mac)) {
         return;
     }
-    if (core.mDeviceList.size() <= static_cast<size_t>(kHeadlessLimit)) {
+    if (pxm_registry::SizeOf(core, core.mDeviceList) <= static_cast<size_t>(kHeadlessLimit)) {
         CORE_LOG_FN(kBtFullFn, DLOG_INFO, "HEADLESSBT can be added");
         return;
     }
@@ -188,7 +188,7 @@ void CheckBTFull(CPXMCore& core, const pxm_core_device_s* dev) {
 bool CPXMCore::INTERNAL_AddDevice(pxm_core_device_s* dev, dev_save_type save) {
     CORE_LOGI("Save type = [%d]", save);
     std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
-    int n = static_cast<int>(list.size());
+    int n = static_cast<int>(pxm_registry::SizeOf(*this, list));
     m_bNoDataChanged = false;
 
     switch (dev->devstatus) {

@@ -31,7 +31,7 @@ const char* AddressFor(const pxm_core_device_s& rec, pxm_tech_ind_e ind) {
 bool CPXMCore::CMD_GetDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_device_s* out,
                              dev_save_type save) {
     std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
-    if (list.empty()) {
+    if (pxm_registry::SizeOf(*this, list) == 0) {
         CORE_LOGE("Input Count is null");
         return false;
     }
@@ -67,7 +67,7 @@ bool CPXMCore::CMD_GetDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_devic
 
 bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_type save) {
     std::vector<pxm_core_device_s>& source = pxm_registry::ListFor(*this, save);
-    size_t n = source.size();
+    size_t n = pxm_registry::SizeOf(*this, source);
     CORE_LOGI("DB type [%d]", save);
     if (n == 0) {
         CORE_LOGW("List is empty");
@@ -119,7 +119,7 @@ bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_
 bool CPXMCore::INTERNAL_RemoveDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_device_s* out,
                                      dev_save_type save) {
     std::vector<pxm_core_device_s>& list = pxm_registry::ListFor(*this, save);
-    if (list.empty()) {
+    if (pxm_registry::SizeOf(*this, list) == 0) {
         CORE_LOGW("Currrently no data to remove");
         return false;
     }

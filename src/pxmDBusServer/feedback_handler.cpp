@@ -48,7 +48,8 @@ void PXMDBusServer::pxm_feedback_ux(GVariant* parameters, GDBusMethodInvocation*
     // Also for "undecided": listeners learn that the prompt ended without a verdict.
     m_EmitStatusChanged(args.bt_mac, args.wifi_mac, args.p2p_mac, args.devstatus);
     g_dbus_method_invocation_return_value(invocation, nullptr);
-    if (decided && m_pPXMCore != nullptr) {
+    // Also without a registry: the backup client then sends the empty text it assembled.
+    if (decided) {
         m_BnrClient.Backup(&record, OP_ADD_OR_CHANGE);
     }
 }

@@ -77,4 +77,14 @@ std::vector<std::string> FirstArgs(const std::string& fn) {
     return args;
 }
 
+Json::Value ParseJson(const std::string& text) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value root;
+    std::string errors;
+    bool parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+    EXPECT_TRUE(parsed) << errors << " in: " << text;
+    return parsed ? root : Json::Value(Json::nullValue);
+}
+
 }  // namespace unit

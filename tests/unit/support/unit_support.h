@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <functional>
 #include <string>
@@ -30,5 +31,9 @@ bool LockIsFree(PXMUtil::Mutex& lock);
 bool CoreLogged(const std::string& func, const std::string& text, int level);
 // The first argument of each journaled call of fn, in order.
 std::vector<std::string> FirstArgs(const std::string& fn);
+
+// The text parsed with the library's default reader; a failed parse fails the test and
+// gives a value of type null that no expectation about an array or object can meet.
+Json::Value ParseJson(const std::string& text);
 
 }  // namespace unit
