@@ -12,7 +12,8 @@ public:
     Semaphore();
     virtual ~Semaphore();  // does nothing: Destroy() must be called explicitly
     // Frees the condition variable and the count; 0 when done, -1 when there was none.
-    int Destroy();
+    // Virtual, in the slot after the two destructors.
+    virtual int Destroy();
 
     // Used by Mutex; all state changes happen under the process-wide TimeMutex.
     bool Create();

@@ -41,3 +41,8 @@
 #define MAIN_LOGI(fmt, ...) MAIN_LOG(DLOG_INFO, fmt, ##__VA_ARGS__)
 #define MAIN_LOGW(fmt, ...) MAIN_LOG(DLOG_WARN, fmt, ##__VA_ARGS__)
 #define MAIN_LOGE(fmt, ...) MAIN_LOG(DLOG_ERROR, fmt, ##__VA_ARGS__)
+// Start-up and teardown lines of the process entry: operators and the platform's log tools
+// match them by "main: main(", whichever C++ function writes them.
+#define ENTRY_LOG(level, fmt, ...) PXM_LOG_AT("PXM_LOG", "main", "main", level, fmt, ##__VA_ARGS__)
+#define ENTRY_LOGI(fmt, ...) ENTRY_LOG(DLOG_INFO, fmt, ##__VA_ARGS__)
+#define ENTRY_LOGE(fmt, ...) ENTRY_LOG(DLOG_ERROR, fmt, ##__VA_ARGS__)

@@ -6,9 +6,9 @@
 // The process's main loop; null before start and after teardown.
 extern GMainLoop* mainloop;
 
-// Runs the daemon: start-up, main loop, teardown. SIGTERM and SIGINT end the loop, so the
-// teardown runs. Returns the process exit status (exits with -1 itself when initialisation
-// fails).
-int QuillonMain();
+// The body of main: start-up, main loop, teardown; its lines are logged as main's. SIGTERM
+// and SIGINT end the loop, so the teardown runs. Returns the process exit status (exits with
+// -1 itself when initialisation fails).
+int RunDaemon();
 
 gboolean watchdog_notify_callback(gpointer data);

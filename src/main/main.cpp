@@ -2,5 +2,5 @@
 #include "quillon_main.h"
 
 int main() {
-    return QuillonMain();
+    return RunDaemon();
 }

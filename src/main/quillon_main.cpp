@@ -23,7 +23,9 @@ namespace {
 constexpr int kWatchdogTimeoutSec = 60;
 constexpr guint kWatchdogPingMs = 15000;
 
-// systemd stops the service with SIGTERM; quitting the loop lets the teardown run.
+// Deliberately handled: systemd stops the service with SIGTERM, and quitting the loop lets
+// the teardown run. Every acknowledged change was handed to a save already, and the
+// registry's destructor waits for saves in flight, so a graceful stop loses none.
 gboolean QuitOnSignal(gpointer loop) {
     g_main_loop_quit(static_cast<GMainLoop*>(loop));
     return G_SOURCE_CONTINUE;
@@ -32,7 +34,7 @@ gboolean QuitOnSignal(gpointer loop) {
 // Releases the platform services the registry registered with during start-up, in the
 // reverse order of their registration.
 void Teardown() {
-    MAIN_LOGI("[DAEMON] Quillon service is inactive");
+    ENTRY_LOGI("[DAEMON] Quillon service is inactive");
     smart_deadlock_unregister_watchdog_service();
 
     vconf_ignore_key_changed(VCONFKEY_WIZARD_MODE, CPXMCore::INTERNAL_VconfCallBack);
@@ -41,34 +43,35 @@ void Teardown() {
 
     int ret = device_power_unsubscribe_standby(CPXMCore::INTERNAL_InstantOffCallback);
     if (ret != DEVICE_ERROR_NONE) {
-        MAIN_LOGE("Failed to deregister device_power_unsubscribe_standby callback [%d]", ret);
+        ENTRY_LOGE("Failed to deregister device_power_unsubscribe_standby callback [%d]", ret);
     } else {
-        MAIN_LOGI("standby callback unsubscribed successfully");
+        ENTRY_LOGI("standby callback unsubscribed successfully");
     }
 
     ret = wifi_unset_connection_state_changed_cb();
     if (ret != WIFI_ERROR_NONE) {
-        MAIN_LOGE("Failed to deregister wifi_unset_connection_state_changed_cb callback [%d]", ret);
+        ENTRY_LOGE("Failed to deregister wifi_unset_connection_state_changed_cb callback [%d]",
+                   ret);
     } else {
-        MAIN_LOGI("WifiConnectionState callback unsubscribed successfully");
+        ENTRY_LOGI("WifiConnectionState callback unsubscribed successfully");
     }
 
     ret = wifi_deinitialize();
     if (ret != WIFI_ERROR_NONE) {
-        MAIN_LOGE("Failed to Deinitialize WiFi[%d]", ret);
+        ENTRY_LOGE("Failed to Deinitialize WiFi[%d]", ret);
     } else {
-        MAIN_LOGI("WiFi deinitialized successfully");
+        ENTRY_LOGI("WiFi deinitialized successfully");
     }
 
     ret = bt_product_deinit();
     if (ret < 0) {
         // Operators grep for the init text; the deinit failure reuses it.
-        MAIN_LOGE("bt init failed %d", ret);
+        ENTRY_LOGE("bt init failed %d", ret);
     } else {
-        MAIN_LOGI("bt deinit successfully");
+        ENTRY_LOGI("bt deinit successfully");
     }
 
-    MAIN_LOGI("[DBusServer][%s][%d]", "Finalize", __LINE__);
+    ENTRY_LOGI("[DBusServer][%s][%d]", "Finalize", __LINE__);
 }
 
 }  // namespace
@@ -82,26 +85,26 @@ gboolean watchdog_notify_callback(gpointer /*data*/) {
     return TRUE;
 }
 
-int QuillonMain() {
+int RunDaemon() {
     PXMDBusServer* server = PXMDBusServer::GetInstance();
     if (server->Initialize() == 0) {
-        MAIN_LOGE("[DAEMON] Failed to Initialize PXMDBusServer.");
+        ENTRY_LOGE("[DAEMON] Failed to Initialize PXMDBusServer.");
         exit(-1);
     }
-    MAIN_LOGI("[DAEMON] Initialize PXMDBusServer.");
+    ENTRY_LOGI("[DAEMON] Initialize PXMDBusServer.");
 
     mainloop = g_main_loop_new(nullptr, FALSE);
     if (mainloop == nullptr) {
-        MAIN_LOGE("[DAEMON] Fail to start Quillon!");
+        ENTRY_LOGE("[DAEMON] Fail to start Quillon!");
         return 0;
     }
 
-    MAIN_LOGI("[DAEMON] Start Quillon");
+    ENTRY_LOGI("[DAEMON] Start Quillon");
     smart_deadlock_register_watchdog_service(kWatchdogTimeoutSec);
     guint watchdog_id = g_timeout_add(kWatchdogPingMs, watchdog_notify_callback, mainloop);
     guint sigterm_id = g_unix_signal_add(SIGTERM, QuitOnSignal, mainloop);
     guint sigint_id = g_unix_signal_add(SIGINT, QuitOnSignal, mainloop);
-    MAIN_LOGI("[DAEMON] Quillon service is running");
+    ENTRY_LOGI("[DAEMON] Quillon service is running");
     g_main_loop_run(mainloop);
 
     // The sources hold the loop as user data; they must not outlive it.

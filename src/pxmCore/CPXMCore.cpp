@@ -28,7 +28,8 @@ CPXMCore::CPXMCore()
 }
 
 CPXMCore::~CPXMCore() {
-    // A save thread still running would take locks that are about to be destroyed.
+    // Deliberately waits for saves in flight: a save thread still running would take locks
+    // that are about to be destroyed.
     DB_WaitForSaves();
     CORE_LOGI("[LOCK] Destroy mPXMLock & mFileLock");
     mPXMLock.m_Semaphore.Destroy();

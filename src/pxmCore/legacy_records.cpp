@@ -1,8 +1,13 @@
 // Matching one record of the old line formats. The templates are the ones the old service
-// wrote; the address conversions land in buffers that hold them and are cut to the field.
+// wrote. Deliberately, every text lands in the record within the record's bounds: the
+// address conversions and the zel id fill buffers that hold all they can read, and are cut
+// to the field.
 #include "legacy_records.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 #include "bounded_copy.h"
 
@@ -59,22 +64,28 @@ Match ScanRecord(Format format, const char* text, pxm_core_device_s* dev) {
         }
         case Format::kVersion1: {
             unsigned long long time = 0;
+            // The template gives the zel id no width: the whole word is read, so that its
+            // record still ends where it should, and only the field's worth is kept.
+            std::string zel(std::strlen(text) + 1, '\0');
             match.conversions = std::sscanf(
-                text, PXM_LEGACY_RECORD_HEAD "%llu\n<key_type>%d\n<zel_id>%31s\n</PXM>\n%n",
+                text, PXM_LEGACY_RECORD_HEAD "%llu\n<key_type>%d\n<zel_id>%s\n</PXM>\n%n",
                 dev->devname, bt, wifi, p2p, &dev->devtype, &dev->devicon, &dev->devstatus,
                 &dev->tvInitMirroringSupport, &dev->isNoUX, &dev->isUXAlways, &time, &dev->keyType,
-                dev->zel_id, &match.consumed);
+                &zel[0], &match.consumed);
             dev->accessTime = time;
+            pxm_text::CopyField(dev->zel_id, zel.c_str());
             break;
         }
         case Format::kUnversioned: {
-            // These records were written with a 32-bit unsigned long.
-            unsigned long time = 0;
+            // These records were written with a 32-bit unsigned long, whose conversion read
+            // anything larger as its largest value: a time that does not fit never comes
+            // back as itself.
+            unsigned long long time = 0;
             match.conversions = std::sscanf(
-                text, PXM_LEGACY_RECORD_HEAD "%lu\n</PXM>\n%n", dev->devname, bt, wifi, p2p,
+                text, PXM_LEGACY_RECORD_HEAD "%llu\n</PXM>\n%n", dev->devname, bt, wifi, p2p,
                 &dev->devtype, &dev->devicon, &dev->devstatus, &dev->tvInitMirroringSupport,
                 &dev->isNoUX, &dev->isUXAlways, &time, &match.consumed);
-            dev->accessTime = time;
+            dev->accessTime = time > UINT32_MAX ? UINT32_MAX : time;
             break;
         }
     }

@@ -125,7 +125,7 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
         return false;
     }
 
-    // Snapshot under the lock: once it is released the list may change under us.
+    // The addresses for the wake-up tables, read while the record cannot move.
     pxm_core_device_s merged = list[target];
     core.DB_Save();
     core.mPXMLock.Unlock();
@@ -135,6 +135,16 @@ bool MergeIntoDuplicate(CPXMCore& core, pxm_core_device_s* dev,
     core.INTERNAL_ControlExternalDB(
         merged.bt_mac, merged.wifi_mac,
         dev->devstatus == PXM_DEV_ALLOWED ? PXM_CTRL_EXT_ALLOW : PXM_CTRL_EXT_REMOVE);
+
+    // The caller gets the record as it is now that the merge has let the list go: the save
+    // may already have rewritten its empty fields. Deliberately, the read takes the lock
+    // again for a moment, since another thread may have moved the list meanwhile; if the
+    // record is no longer where it was, the caller gets it as the merge left it.
+    core.mPXMLock.Lock();
+    if (target < list.size() && req.Matches(list[target])) {
+        merged = list[target];
+    }
+    core.mPXMLock.Unlock();
 
     int32_t requestDyType = dev->dy_type;
     *dev = merged;

@@ -84,7 +84,8 @@ bool CPXMCore::CMD_GetAllDevices(int* count, pxm_core_device_s** list, dev_save_
     }
 
     mPXMLock.Lock();
-    // The size was read before locking; never read past what the list holds now.
+    // The size was read before locking; deliberately bounded by what the list holds now,
+    // so that a list that shrank meanwhile is never read past its end.
     size_t copied = n < source.size() ? n : source.size();
     for (size_t i = 0; i < copied; i++) {
         const pxm_core_device_s& rec = source[i];

@@ -25,12 +25,18 @@ void CutAtLineBreak(char (&field)[N]) {
     }
 }
 
-// Empty text fields are stored as the placeholder "0", which no lookup ever matches.
+// Empty text fields are stored as the placeholder "0", which no lookup ever matches. An
+// address gets only the character: the byte after it is left as it is (records are
+// zero-filled, so it reads "0"); an identifier gets its terminating NUL too.
+enum class Placeholder { kCharOnly, kTerminated };
+
 template <std::size_t N>
-void FillEmptyOrCut(char (&field)[N]) {
+void FillEmptyOrCut(char (&field)[N], Placeholder placeholder) {
     if (field[0] == '\0') {
         field[0] = '0';
-        field[1] = '\0';
+        if (placeholder == Placeholder::kTerminated) {
+            field[1] = '\0';
+        }
     } else {
         CutAtLineBreak(field);
     }
@@ -39,17 +45,17 @@ void FillEmptyOrCut(char (&field)[N]) {
 // The records in the list are changed in place: after a save, memory holds what was written.
 void CleanRecord(pxm_core_device_s& dev) {
     CutAtLineBreak(dev.devname);
-    FillEmptyOrCut(dev.bt_mac);
-    FillEmptyOrCut(dev.wifi_mac);
-    FillEmptyOrCut(dev.p2p_mac);
+    FillEmptyOrCut(dev.bt_mac, Placeholder::kCharOnly);
+    FillEmptyOrCut(dev.wifi_mac, Placeholder::kCharOnly);
+    FillEmptyOrCut(dev.p2p_mac, Placeholder::kCharOnly);
     if (dev.zel_id[0] == '\0') {
         CORE_LOG_FN("DB_SecureSave", DLOG_INFO, "Setting zel to 0");
     }
-    FillEmptyOrCut(dev.zel_id);
+    FillEmptyOrCut(dev.zel_id, Placeholder::kTerminated);
     if (dev.mirroring_Id[0] == '\0') {
         CORE_LOG_FN("DB_SecureSave", DLOG_INFO, "Setting mirroring id to 0");
     }
-    FillEmptyOrCut(dev.mirroring_Id);
+    FillEmptyOrCut(dev.mirroring_Id, Placeholder::kTerminated);
 }
 
 }  // namespace

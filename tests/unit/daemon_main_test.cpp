@@ -42,6 +42,18 @@ std::vector<fake::Call> TeardownCalls() {
     return out;
 }
 
+// Operators and the platform's log tools find the entry point's lines by the prefix
+// "main: main(": each text's line must carry it, whichever C++ function logged it.
+void ExpectLoggedAsMain(const std::vector<std::string>& texts) {
+    const std::vector<fake::LogLine> logs = fake::Logs();
+    for (const auto& text : texts) {
+        long at = fake::FindLog(text);
+        ASSERT_GE(at, 0) << text;
+        EXPECT_EQ(0u, logs[static_cast<std::size_t>(at)].text.rfind("main: main(", 0))
+            << logs[static_cast<std::size_t>(at)].text;
+    }
+}
+
 TEST(DaemonMain, MissingFactoryResetKeyEndsTheProcessWith255) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     // Every setting but the factory-reset flag: its read failure is the one fatal start-up
@@ -50,9 +62,10 @@ TEST(DaemonMain, MissingFactoryResetKeyEndsTheProcessWith255) {
         {
             fake::SeedDefaultSettings();
             fake::Unset("db/registertv/factoryreset");
-            QuillonMain();
+            RunDaemon();
         },
-        testing::ExitedWithCode(255), "Failed to Initialize PXMDBusServer\\.");
+        testing::ExitedWithCode(255),
+        "main: main\\([0-9]+\\) > \\[DAEMON\\] Failed to Initialize PXMDBusServer\\.");
 }
 
 TEST(DaemonMain, WatchdogPingFailureIsLoggedAndThePingKeepsRunning) {
@@ -74,7 +87,7 @@ TEST(DaemonMain, RunsTheLoopThenTearsDownInReverseOrderOfRegistration) {
     fake::Reset();
     fake::SeedDefaultSettings();
     g_idle_add(QuitMainLoop, nullptr);
-    EXPECT_EQ(0, QuillonMain());
+    EXPECT_EQ(0, RunDaemon());
     EXPECT_EQ(nullptr, mainloop);
 
     auto registrations = fake::Calls("smart_deadlock_register_watchdog_service");
@@ -106,6 +119,12 @@ TEST(DaemonMain, RunsTheLoopThenTearsDownInReverseOrderOfRegistration) {
          "standby callback unsubscribed successfully",
          "WifiConnectionState callback unsubscribed successfully",
          "WiFi deinitialized successfully", "bt deinit successfully", "[DBusServer][Finalize]["}));
+    ExpectLoggedAsMain(
+        {"[DAEMON] Initialize PXMDBusServer.", "[DAEMON] Start Quillon",
+         "[DAEMON] Quillon service is running", "[DAEMON] Quillon service is inactive",
+         "standby callback unsubscribed successfully",
+         "WifiConnectionState callback unsubscribed successfully",
+         "WiFi deinitialized successfully", "bt deinit successfully", "[DBusServer][Finalize]["});
     EXPECT_FALSE(fake::HasLog("[DAEMON] Failed to Initialize PXMDBusServer."));
 }
 
@@ -117,13 +136,16 @@ TEST(DaemonMain, TeardownFailuresAreLoggedAndEveryStepStillRuns) {
     fake::SetResult("wifi_deinitialize", -3);
     fake::SetResult("bt_product_deinit", -4);
     g_idle_add(QuitMainLoop, nullptr);
-    EXPECT_EQ(0, QuillonMain());
+    EXPECT_EQ(0, RunDaemon());
 
     EXPECT_TRUE(unit::LogsInOrder(
         {"[DAEMON] Quillon service is inactive",
          "Failed to deregister device_power_unsubscribe_standby callback [-1]",
          "Failed to deregister wifi_unset_connection_state_changed_cb callback [-2]",
          "Failed to Deinitialize WiFi[-3]", "bt init failed -4", "[DBusServer][Finalize]["}));
+    ExpectLoggedAsMain({"Failed to deregister device_power_unsubscribe_standby callback [-1]",
+                        "Failed to deregister wifi_unset_connection_state_changed_cb callback [-2]",
+                        "Failed to Deinitialize WiFi[-3]", "bt init failed -4"});
     EXPECT_TRUE(fake::HasLog("Failed to Deinitialize WiFi[-3]", DLOG_ERROR, "PXM_LOG"));
     EXPECT_TRUE(fake::HasLog("bt init failed -4", DLOG_ERROR, "PXM_LOG"));
     EXPECT_FALSE(fake::HasLog("bt deinit successfully"));

@@ -136,35 +136,43 @@ TEST_F(LoadTest, VersionZeroRecordsLoadUpToATruncatedOne) {
 }
 
 TEST_F(LoadTest, VersionOneRecordsCarryTheirZelId) {
-    // A word longer than the field cannot end its record: the load stops there.
-    EXPECT_EQ(2, Load("1\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "0", "0", "abc") +
+    // The whole word is read; only what fits the field is kept, and the records after a
+    // long one load too.
+    EXPECT_EQ(4, Load("1\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "0", "0", "abc") +
                       Record("Desk", "AA:BB:CC:DD:EE:02", "0", "0", std::string(31, 'z')) +
                       Record("Long", "AA:BB:CC:DD:EE:03", "0", "0", std::string(40, 'q')) +
                       Record("After", "AA:BB:CC:DD:EE:04", "0", "0", "x")));
 
-    EXPECT_EQ((std::vector<std::string>{"Phone", "Desk"}), Names(core->mDeviceList));
+    ASSERT_EQ((std::vector<std::string>{"Phone", "Desk", "Long", "After"}),
+              Names(core->mDeviceList));
     EXPECT_STREQ("abc", core->mDeviceList[0].zel_id);
     EXPECT_EQ(std::string(31, 'z'), core->mDeviceList[1].zel_id);
+    EXPECT_EQ(std::string(31, 'q'), core->mDeviceList[2].zel_id);
+    EXPECT_STREQ("x", core->mDeviceList[3].zel_id);
     EXPECT_TRUE(
         fake::HasLog("Read Data[0] [Phone] [AA:BB:CC:DD:EE:01] [0] [0] [1] [2] [0] [1] "
                      "[0] [1] [1600000000000] [0] [abc]",
                      DLOG_INFO));
-    EXPECT_TRUE(fake::HasLog("End Of File [13]"));
+    EXPECT_TRUE(fake::HasLog("End Of File [-1]"));
 }
 
 TEST_F(LoadTest, UnversionedRecordsGetTheirKeyTypeFromTheirAddresses) {
-    EXPECT_EQ(2, Load(Record("Wifi Phone", "0", "AA:BB:CC:DD:EE:02", "", "", "4000000000") +
-                      Record("Bt Phone", "AA:BB:CC:DD:EE:01", "0", "")));
+    // These records were written with a 32-bit time: a larger value cannot be one of them.
+    EXPECT_EQ(3, Load(Record("Wifi Phone", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
+                      Record("Bt Phone", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
+                      Record("Late", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999")));
 
-    ASSERT_EQ(2u, core->mDeviceList.size());
+    ASSERT_EQ(3u, core->mDeviceList.size());
     EXPECT_EQ(1, core->mDeviceList[0].keyType);
-    EXPECT_EQ(4000000000ULL, core->mDeviceList[0].accessTime);
+    EXPECT_EQ(4294967295ULL, core->mDeviceList[0].accessTime);
+    EXPECT_EQ(4294967295ULL, core->mDeviceList[1].accessTime);
+    EXPECT_EQ(4294967295ULL, core->mDeviceList[2].accessTime);
     EXPECT_STREQ("0", core->mDeviceList[0].zel_id);
     EXPECT_EQ(0, core->mDeviceList[1].keyType);
     EXPECT_TRUE(fake::HasLog("DB Check res[0] version: [-1]", DLOG_INFO));
     EXPECT_TRUE(
         fake::HasLog("Read Data[0] [Wifi Phone] [0] [AA:BB:CC:DD:EE:02] [0] [1] [2] [0] "
-                     "[1] [0] [1] [4000000000]",
+                     "[1] [0] [1] [4294967295]",
                      DLOG_INFO));
     EXPECT_TRUE(fake::HasLog("End Of File [-1]"));
 }

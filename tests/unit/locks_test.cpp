@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -110,6 +112,22 @@ TEST(Locks, EverySeventeenthFinalReleaseInTheProcessYields) {
     EXPECT_EQ(start + 2, PXMUtil::YieldCount());
     first.m_Semaphore.Destroy();
     second.m_Semaphore.Destroy();
+}
+
+TEST(Locks, SemaphoreDestroyTakesTheVirtualSlotAfterBothDestructors) {
+    // A pointer to a virtual member holds the byte offset of its vtable slot, plus one in the
+    // generic C++ ABI; ARM keeps the offset as is and flags virtual members in the
+    // adjustment. Slots 0 and 1 are the complete and the deleting destructor.
+    int (PXMUtil::Semaphore::*destroy)() = &PXMUtil::Semaphore::Destroy;
+    std::uintptr_t raw[2];
+    static_assert(sizeof destroy == sizeof raw, "not an Itanium-style member pointer");
+    std::memcpy(raw, &destroy, sizeof raw);
+#if defined(__arm__) || defined(__aarch64__)
+    EXPECT_EQ(2 * sizeof(void*), raw[0]);
+    EXPECT_EQ(1u, raw[1] & 1u) << "Destroy is not virtual";
+#else
+    EXPECT_EQ(1 + 2 * sizeof(void*), raw[0]) << "Destroy is not the third virtual slot";
+#endif
 }
 
 }  // namespace

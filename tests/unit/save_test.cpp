@@ -66,6 +66,10 @@ TEST_F(SaveTest, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
     std::strcpy(tab.zel_id, "zel\nrest");
     std::strcpy(tab.mirroring_Id, "mir-7");
     tab.dy_type = 1;
+    // Empty fields with a stale byte after the NUL: an address placeholder writes only its
+    // "0", an identifier placeholder its terminating NUL too.
+    room.zel_id[1] = 'Y';
+    tab.wifi_mac[1] = 'X';
     core->mDeviceList = {room};
     core->mReverseDeviceList = {tab};
 
@@ -77,8 +81,8 @@ TEST_F(SaveTest, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
     const pxm_core_device_s& b = core->mReverseDeviceList[0];
     EXPECT_EQ("Living|0|12:34|0|0", std::string(a.devname) + "|" + a.wifi_mac + "|" + a.p2p_mac +
                                         "|" + a.zel_id + "|" + a.mirroring_Id);
-    EXPECT_EQ("Tab|0|0|zel|mir-7", std::string(b.devname) + "|" + b.bt_mac + "|" + b.wifi_mac +
-                                       "|" + b.zel_id + "|" + b.mirroring_Id);
+    EXPECT_EQ("Tab|0|0X|zel|mir-7", std::string(b.devname) + "|" + b.bt_mac + "|" + b.wifi_mac +
+                                        "|" + b.zel_id + "|" + b.mirroring_Id);
     std::vector<Json::Value> items = StoredItems();
     ASSERT_EQ(2u, items.size());
     EXPECT_EQ("Living", items[0]["devname"].asString());
@@ -86,6 +90,7 @@ TEST_F(SaveTest, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
     EXPECT_EQ("0", items[0]["mirroring_Id"].asString());
     EXPECT_EQ("Tab", items[1]["devname"].asString());
     EXPECT_EQ("zel", items[1]["zel_id"].asString());
+    EXPECT_EQ("0X", items[1]["wifi_mac"].asString());
     EXPECT_EQ(1, items[1]["dy_type"].asInt());
 
     EXPECT_TRUE(fake::HasLog("pxmCore: DB_Save(", DLOG_INFO, "PXM_CORE"));
