@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main flow on a private bus, with the platform state in .demo/: a phone asks for
 # access, the prompt answers "allow", the verdict is stored and signalled, the list and
-# the wake-up tables show it, and a restarted daemon still has it.
+# the wake-up tables show it, a restarted daemon still has it, and after a factory reset the
+# backup service gives it back.
 set -euo pipefail
 bin=$(cd "${1:-build/bin}" && pwd)
 source "$(dirname "$0")/devbus.sh"
@@ -68,5 +69,25 @@ daemon_pid=
 show "$bin/quillon-platform" secure-read PXM_DEVICE_LIST | head -n 5
 start_daemon
 show "$bin/quillonctl" status AA:BB:CC:DD:EE:01 bt
+
+restart_daemon() {
+    kill "$daemon_pid"
+    wait "$daemon_pid" || true
+    daemon_pid=
+    start_daemon
+}
+
+step "Every change was handed to the backup service"
+show "$bin/quillon-platform" backup-history
+
+step "A factory reset: the TV forgets every device"
+show "$bin/quillon-platform" set-int db/registertv/factoryreset 1
+restart_daemon
+show "$bin/quillonctl" list
+
+step "Restore from the backup service: the phone is back, allowed, in the wake-up tables"
+show "$bin/quillonctl" restore
+show "$bin/quillonctl" list
+show "$bin/quillon-platform" wake-tables
 
 step "Done. The daemon's log is in $state/quillon.log"

@@ -1,0 +1,118 @@
+"""Backup and restore end to end on the host's backup service: every change reaches the
+service as the whole list in backup form; a factory reset empties the TV, and a restore
+brings the devices back with their verdicts and wake-table entries; a payload the daemon
+cannot read restores nothing and is reported as a failure; a request for another client
+is left alone."""
+
+import json
+import os
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import quillon_bus as qb  # noqa: E402
+import quillon_harness as qh  # noqa: E402
+
+CLIENT = "Zq8Tn3Wd5R"
+PHONE_BT = "AA:BB:CC:DD:EE:01"
+PHONE_WIFI = "AA:BB:CC:DD:EE:02"
+LAPTOP_WIFI = "aa:bb:cc:dd:ee:22"
+
+
+class BackupRestore(qh.QuillonTestCase):
+
+    def history(self):
+        return json.loads(self.root.platform("backup-history", "--json").stdout)
+
+    def newest_payload(self):
+        result = self.root.platform("backup-show", check=False)
+        return json.loads(result.stdout) if result.returncode == 0 else None
+
+    def quillonctl(self, *args):
+        env = self.root.env({"DBUS_SYSTEM_BUS_ADDRESS": self.bus.address})
+        return subprocess.run([qh.program("quillonctl"), *args], env=env, capture_output=True,
+                              text=True, timeout=60)
+
+    def serve(self):
+        daemon = self.start_serving_daemon()
+        client = qb.BusClient(self.bus.address)
+        self.addCleanup(client.close)
+        return daemon, client
+
+    def test_a_reset_tv_gets_its_devices_back_from_the_backup(self):
+        daemon, client = self.serve()
+        self.assertEqual((0,), client.call("pxm_request_access", qb.record(
+            name="Phone", bt=PHONE_BT, wifi=PHONE_WIFI, zel_id="zel-1", devtype=3, devicon=4,
+            tv_init=1, no_ux=1)))
+        self.assertEqual((1,), client.call("pxm_request_access", qb.record(
+            name="Laptop", wifi=LAPTOP_WIFI, status=1, no_ux=1)))
+
+        # The service holds the whole list, entry by entry in backup form.
+        payload = qh.wait_until(
+            lambda: (lambda p: p if p and len(p) == 2 else None)(self.newest_payload()), 15.0)
+        self.assertTrue(payload, f"no backup of both devices: {self.newest_payload()}")
+        phone, laptop = payload
+        self.assertEqual("AABBCCDDEE01", phone["key"])
+        self.assertEqual("aabbccddee22", laptop["key"])
+        self.assertEqual(("Phone", PHONE_BT, PHONE_WIFI, 0, 3, 4, 1, 1),
+                         tuple(phone["item_data"][k] for k in (
+                             "devname", "bt_mac", "wifi_mac", "devstatus", "devtype", "devicon",
+                             "tvInitMirroringSupport", "isNoUX")))
+        self.assertEqual(phone["timestamp"], phone["item_data"]["accessTime"])
+        self.assertNotIn("zel_id", phone["item_data"])
+        self.assertNotIn("mirroring_Id", phone["item_data"])
+
+        # A factory reset empties the list and the tables; the backup stays.
+        self.root.platform("set-int", "db/registertv/factoryreset", "1")
+        self.assertEqual(0, daemon.stop())
+        daemon = self.start_serving_daemon()
+        client.flush()
+        self.assertEqual(0, client.call("pxm_get_list")[1])
+        self.assertEqual((set(), set()), self.root.wake_tables())
+
+        self.root.platform("restore-request")
+        restored = qh.wait_until(lambda: self.history()["restores"], 15.0)
+        self.assertEqual(["success"], [r["outcome"] for r in restored or []],
+                         daemon.log.text())
+        elements, count = client.call("pxm_get_list")
+        self.assertEqual(2, count)
+        by_name = {e[0]: e for e in elements}
+        self.assertEqual((PHONE_BT, PHONE_WIFI, 0), by_name["Phone"][1:3] + (by_name["Phone"][6],))
+        self.assertEqual((LAPTOP_WIFI, 1), (by_name["Laptop"][2], by_name["Laptop"][6]))
+        self.assertEqual(({PHONE_BT}, {PHONE_WIFI}), self.root.wake_tables())
+        self.assert_logged(daemon, "Restore Data[0] [Phone]", "Restore Data[1] [Laptop]",
+                           "response came. Finish app")
+        # A restored verdict is stored without asking anybody.
+        self.assertNotIn("PXM UX Noti", daemon.log.text())
+
+        # quillonctl asks for a full backup and sees it stored.
+        before = len(self.history()["versions"])
+        backup = self.quillonctl("backup")
+        self.assertEqual(0, backup.returncode, backup.stderr)
+        self.assertIn("backup stored: version", backup.stdout)
+        self.assertEqual(min(before + 1, 20), len(self.history()["versions"]))
+
+        # A payload the daemon cannot read restores nothing and is reported as a failure.
+        bad = self.root.path.parent / (self.root.path.name + ".bad.json")
+        bad.write_text("[1, 2]")
+        self.addCleanup(bad.unlink)
+        self.root.platform("backup-put", CLIENT, bad)
+        restore = self.quillonctl("restore")
+        self.assertEqual(1, restore.returncode, restore.stdout + restore.stderr)
+        self.assertIn("restore failed", restore.stdout)
+        self.assertEqual(["failure", "success"],
+                         [r["outcome"] for r in self.history()["restores"]])
+        self.assertEqual(2, client.call("pxm_get_list")[1])
+        self.assert_logged(daemon, "m_Restore fail")
+
+        # A request for another client is only logged.
+        versions = len(self.history()["versions"])
+        self.root.platform("backup-request", "OtherTV")
+        self.assertTrue(daemon.wait_for_log("key[memory/bnr/backupcid] value[OtherTV]", 10.0))
+        self.assertEqual(versions, len(self.history()["versions"]))
+        self.assertIsNone(daemon.process.poll())
+
+
+if __name__ == "__main__":
+    unittest.main()
