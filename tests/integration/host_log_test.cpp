@@ -90,9 +90,14 @@ TEST_F(HostLog, EveryCallIsOneWholeLine) {
     // A JOURNAL_STREAM that names another file is inherited, not ours: stderr is used.
     setenv("JOURNAL_STREAM", "1:1", 1);
     const std::string long_text(5000, 'x');
+    const std::string exact(4096, 'e');
+    // 4095 bytes, then a three-byte character that would straddle the cut.
+    const std::string accented = std::string(4095, 'a') + "\xE2\x82\xAC" + "tail";
     StderrCapture capture;
     __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "first\nsecond\n");
     __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "%s", long_text.c_str());
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "%s", exact.c_str());
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "%s", accented.c_str());
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
@@ -108,8 +113,13 @@ TEST_F(HostLog, EveryCallIsOneWholeLine) {
     std::string line;
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(line, "I/T: first\\nsecond");
+    // Long messages are cut at 4 KB, saying how much went.
     ASSERT_TRUE(std::getline(lines, line));
-    EXPECT_EQ(line, "I/T: " + long_text);
+    EXPECT_EQ(line, "I/T: " + long_text.substr(0, 4096) + "\xE2\x80\xA6[904 bytes cut]");
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(line, "I/T: " + exact);
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(line, "I/T: " + std::string(4095, 'a') + "\xE2\x80\xA6[7 bytes cut]");
     const std::regex whole("I/T: thread [0-3] line [0-9]+ p{300}");
     int count = 0;
     while (std::getline(lines, line)) {

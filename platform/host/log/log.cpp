@@ -37,7 +37,9 @@ bool StderrIsJournal() {
         static_cast<unsigned long long>(st.st_ino) != inode)
         return false;
     // Without journald's socket sd_journal_send drops the message and still reports success.
-    return access("/run/systemd/journal/socket", W_OK) == 0;
+    // Asked once: the socket does not come and go while we run.
+    static const bool socket_usable = access("/run/systemd/journal/socket", W_OK) == 0;
+    return socket_usable;
 }
 
 int SyslogPriority(int prio) {

@@ -40,18 +40,20 @@ char LevelLetter(int prio) {
 }
 
 std::string FormatMessage(const char* fmt, va_list args) {
-    char small[512];
-    va_list copy;
-    va_copy(copy, args);
-    int needed = std::vsnprintf(small, sizeof(small), fmt, copy);
-    va_end(copy);
+    // One pass: the text past the cap is counted by vsnprintf but never kept. The three
+    // bytes beyond the cap show whether the cut falls inside a character.
+    char text[kMaxMessageBytes + 4];
+    int needed = std::vsnprintf(text, sizeof(text), fmt, args);
     if (needed < 0)
         return std::string();
-    if (static_cast<size_t>(needed) < sizeof(small))
-        return std::string(small, needed);
-    std::vector<char> large(static_cast<size_t>(needed) + 1);
-    std::vsnprintf(large.data(), large.size(), fmt, args);
-    return std::string(large.data(), static_cast<size_t>(needed));
+    size_t total = static_cast<size_t>(needed);
+    if (total <= kMaxMessageBytes)
+        return std::string(text, total);
+    // Cut on a character boundary, never inside a UTF-8 sequence.
+    size_t keep = kMaxMessageBytes;
+    while (keep > 0 && (static_cast<unsigned char>(text[keep]) & 0xC0) == 0x80)
+        --keep;
+    return std::string(text, keep) + "\xE2\x80\xA6[" + std::to_string(total - keep) + " bytes cut]";
 }
 
 std::string FormatLogLine(int prio, const char* tag, const std::string& message) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <string>
 
 namespace host {
@@ -13,7 +14,12 @@ int LogThreshold(const char* level_name);
 // 'V', 'D', 'I', 'W', 'E', 'F', or '?' for a level outside those.
 char LevelLetter(int prio);
 
-// printf-style formatting of any length.
+// A message is cut at this many bytes, as platform loggers do: a whole device list in one
+// line would cost megabytes per request. What is cut is said at the end.
+constexpr size_t kMaxMessageBytes = 4096;
+
+// printf-style formatting, formatted once; a longer message keeps its first
+// kMaxMessageBytes (back to a character boundary) followed by "…[N bytes cut]".
 std::string FormatMessage(const char* fmt, va_list args);
 
 // "I/PXM_CORE: message\n": one line whatever the message holds, so readers can split the
