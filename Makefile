@@ -2,15 +2,18 @@
 JOBS ?= 2
 CMAKE_FLAGS ?=
 FUZZ_SECONDS ?= 20
+# Where make install puts Quillon; systemd and D-Bus look under /usr (the package's prefix).
+PREFIX ?= /usr/local
 
 PACKAGES := g++ make cmake pkg-config clang libclang-rt-14-dev \
 	libglib2.0-dev libglib2.0-bin libjsoncpp-dev libsodium-dev libsqlite3-dev sqlite3 \
 	libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev \
-	dbus-daemon python3 python3-dbus python3-gi python3-dbusmock
+	dbus-daemon python3 python3-dbus python3-gi python3-dbusmock \
+	scdoc dpkg-dev systemd
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps build test asan tsan fuzz bench demo run clean
+.PHONY: deps build test asan tsan fuzz bench demo run install package clean
 
 # Installs what is missing; does nothing when everything is there already.
 deps:
@@ -52,8 +55,20 @@ bench: deps
 	$(call configure_and_build,build-bench,-DQUILLON_BENCH=ON -DQUILLON_TESTS=OFF -DCMAKE_BUILD_TYPE=Release)
 	bench/run-all.sh build-bench/bin
 
+# Installs under PREFIX (and DESTDIR, for a staging tree); the paths in the unit follow PREFIX.
+install: deps
+	$(call configure_and_build,build,-DCMAKE_INSTALL_PREFIX=$(PREFIX))
+	DESTDIR="$(DESTDIR)" cmake --install build
+
+# A Debian package (prefix /usr) in build-package/.
+package: deps
+	$(call configure_and_build,build-package,-DCMAKE_BUILD_TYPE=Release -DQUILLON_TESTS=OFF -DCMAKE_INSTALL_PREFIX=/usr)
+	cd build-package && cpack
+
 # The main flow on a private bus: a request, the prompt, the verdict, the list, a restart.
-demo: build
+demo: deps
+	cmake -S . -B build $(CMAKE_FLAGS)
+	cmake --build build -j $(JOBS) --target quillon quillonctl quillon-platform quillon-ux
 	tools/demo.sh build/bin
 
 # The daemon on a private bus with its state in .demo/, until Ctrl-C.
@@ -61,4 +76,4 @@ run: build
 	tools/run.sh build/bin
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-bench .demo
+	rm -rf build build-asan build-tsan build-fuzz build-bench build-package .demo

@@ -21,8 +21,10 @@ cleanup() {
 }
 trap cleanup EXIT
 
-step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
-show() { printf '$ %s\n' "$*"; "$@"; }
+# Bold headings on a terminal only; commands echoed quoted, so they can be pasted.
+if [ -t 1 ]; then bold=$'\033[1m' plain=$'\033[0m'; else bold= plain=; fi
+step() { printf '\n%s== %s%s\n' "$bold" "$*" "$plain"; }
+show() { printf '$'; printf ' %q' "$@"; printf '\n'; "$@"; }
 
 start_daemon() {
     # The prompt application inherits the daemon's environment: it answers "allow" after
@@ -47,7 +49,10 @@ step "Start quillon and watch its signals"
 start_daemon
 "$bin/quillonctl" monitor --count 1 --timeout 20 >"$state/signals.txt" 2>"$state/monitor.err" &
 monitor_pid=$!
-until grep -q "watching the signals" "$state/monitor.err" 2>/dev/null; do sleep 0.05; done
+for _ in $(seq 200); do
+    grep -q "watching the signals" "$state/monitor.err" 2>/dev/null && break
+    sleep 0.05
+done
 
 step "A new phone asks for access: the prompt is launched (2 = waiting for the user)"
 show "$bin/quillonctl" request --name "Pixel 8" --bt AA:BB:CC:DD:EE:01 \
@@ -68,6 +73,7 @@ wait "$daemon_pid" || true
 daemon_pid=
 show "$bin/quillon-platform" secure-read PXM_DEVICE_LIST | head -n 5
 start_daemon
+echo "restarted; the phone is still known:"
 show "$bin/quillonctl" status AA:BB:CC:DD:EE:01 bt
 
 restart_daemon() {

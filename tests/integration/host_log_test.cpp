@@ -15,7 +15,21 @@
 
 namespace {
 
-// Sends everything written on stderr to a file until Finish().
+// Every line on stderr starts with its UTC time to the millisecond; the text without it.
+std::string WithoutTimes(const std::string& text) {
+    static const std::regex time(
+        "^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
+    std::istringstream lines(text);
+    std::string line, out;
+    while (std::getline(lines, line)) {
+        std::smatch found;
+        EXPECT_TRUE(std::regex_search(line, found, time)) << line.substr(0, 60);
+        out += (found.empty() ? line : found.suffix().str()) + "\n";
+    }
+    return out;
+}
+
+// Sends everything written on stderr to a file until Finish(), times taken off.
 class StderrCapture {
 public:
     StderrCapture() {
@@ -35,7 +49,7 @@ public:
             dup2(saved_, STDERR_FILENO);
             close(saved_);
             saved_ = -1;
-            text_ = host_test::ReadFile(path_);
+            text_ = WithoutTimes(host_test::ReadFile(path_));
             unlink(path_.c_str());
         }
         return text_;
@@ -59,7 +73,8 @@ TEST_F(HostLog, LinesCarryLevelLetterAndTagAndFollowTheLevelFilter) {
     StderrCapture capture;
     int written = __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "PXM_CORE", "%s: %s(%d) > START",
                                "pxmCore", "Init", 42);
-    EXPECT_EQ(written, static_cast<int>(strlen("I/PXM_CORE: pxmCore: Init(42) > START\n")));
+    // The bytes written: the line after its 24-byte time and a blank.
+    EXPECT_EQ(written, static_cast<int>(25 + strlen("I/PXM_CORE: pxmCore: Init(42) > START\n")));
     EXPECT_EQ(__dlog_print(LOG_ID_SYSTEM, DLOG_DEBUG, "PXM_CORE", "hidden by default"), 0);
     __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "PXM_LOG", "warn %d", 5);
     __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, "PXM_LOG", "Initialized[%d]", 1);
@@ -83,6 +98,8 @@ TEST_F(HostLog, LinesCarryLevelLetterAndTagAndFollowTheLevelFilter) {
               "W/T: warn under warn\n"
               "E/T: error under error\n"
               "D/T: debug under debug\n"
+              "W/QUILLON_HOST: QUILLON_LOG_LEVEL 'nonsense' is not one of debug, info, warn, "
+              "error; using info\n"
               "I/T: info under nonsense\n");
 }
 

@@ -14,6 +14,7 @@
 #include "aov.h"
 #include "device_power.h"
 #include "host_test_support.h"
+#include "settings/settings_writer.h"
 #include "smart_deadlock.h"
 #include "system_info.h"
 #include "vconf.h"
@@ -112,6 +113,8 @@ TEST_F(HostPower, StateFlagsAndVoiceFollowTheirKeys) {
 
     ASSERT_EQ(vconf_set_int(kPowerStateKey, DEVICE_POWER_STATE_STANDBY), VCONF_OK);
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_STANDBY);
+    // Our write must be on disk before another process's write of the same key follows it.
+    ASSERT_TRUE(host::settings::Sync());
     Tool({"set-int", kPowerStateKey, "1"});
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_SCREEN_OFF);
     ASSERT_EQ(vconf_set_str(kPowerStateKey, "on"), VCONF_OK);

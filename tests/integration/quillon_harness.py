@@ -245,8 +245,9 @@ class NotifySocket:
 class Daemon:
     """build/bin/quillon as a child process with its stderr captured line by line."""
 
-    def __init__(self, env):
-        self.process = subprocess.Popen([program("quillon")], env=env,
+    def __init__(self, env, prefix=()):
+        # prefix: a command that runs the daemon, e.g. setpriv as another user.
+        self.process = subprocess.Popen([*prefix, program("quillon")], env=env,
                                         stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.log = LineCollector(self.process.stderr)
@@ -299,20 +300,20 @@ class QuillonTestCase(unittest.TestCase):
         env.update(extra or {})
         return env
 
-    def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0):
+    def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0, prefix=()):
         """Starts quillon; with wait_for, fails unless that log line appears in time."""
-        daemon = Daemon(self.daemon_env(extra_env))
+        daemon = Daemon(self.daemon_env(extra_env), prefix)
         self.addCleanup(daemon.stop, signal.SIGTERM, 10.0)
         if wait_for is not None and daemon.wait_for_log(wait_for, timeout) is None:
             self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
         return daemon
 
-    def start_serving_daemon(self, extra_env=None):
+    def start_serving_daemon(self, extra_env=None, prefix=()):
         """A bus, an initialised root and a daemon that owns its name and object."""
         if self.bus is None:
             self.start_bus()
         self.root.init()
-        daemon = self.start_daemon(extra_env, wait_for=LOG_REGISTERED)
+        daemon = self.start_daemon(extra_env, wait_for=LOG_REGISTERED, prefix=prefix)
         if daemon.wait_for_log(LOG_NAME_ACQUIRED, 15.0) is None:
             self.fail(f"quillon did not get its name; its log:\n{daemon.log.text()}")
         return daemon

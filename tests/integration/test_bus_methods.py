@@ -274,6 +274,7 @@ class Quillonctl(BusMethodsCase):
                 (("status", BT.lower(), "bt"), 0, 0), (("status", UNKNOWN, "bt"), -1, 1),
                 (("set-status", BT, "1", "-1"), 3, 1), (("set-status", UNKNOWN, "1", "1"), 4, 1),
                 (("set-status", BT, "1", "1"), 1, 0), (("set-status", BT, "1", "1"), 2, 0),
+                (("set-status", BT, "bt", "allow"), 1, 0), (("set-status", BT, "bt", "deny"), 1, 0),
                 (("set-mirroring", BT, "1", "3"), 1, 0), (("set-mirroring", BT, "1", "3"), 0, 1),
                 (("set-param", BT, "bt", "Renamed", "name"), 1, 0),
                 (("set-param", UNKNOWN, "bt", "X", "1"), 0, 1),
@@ -290,13 +291,20 @@ class Quillonctl(BusMethodsCase):
                                      (("remove-all",), 1, 0)]:
             self.assertEqual(result, self.ctl_json(*args, status=status)["result"])
         self.assertEqual({"method": "pxm_feedback_ux", "answered": True},
-                         self.ctl_json("feedback", "--status", "2", "--bt", BT))
+                         self.ctl_json("feedback", "--status", "undecided", "--bt", BT))
+        version = self.ctl("--version")
+        self.assertEqual((0, "quillonctl 0.1\n"), (version.returncode, version.stdout))
 
     def test_bad_usage_and_an_unreachable_daemon_have_their_own_statuses(self):
         for args in (["frobnicate"], [], ["status", BT], ["status", BT, "x"],
                      ["set-status", BT, "1", "one"], ["list", "extra"], ["list", "--bt", BT],
                      ["feedback", "--bt", BT], ["monitor", "--count", "0"], ["--bogus", "list"],
-                     ["status", BT, "1", "--timeout"]):
+                     ["status", BT, "1", "--timeout"],
+                     # Checked before any call: addresses, address kinds, verdicts, UTF-8.
+                     ["status", "AA:BB:CC", "bt"], ["status", "AA:BB:CC:DD:EE:GG", "bt"],
+                     ["status", "AA:BB-CC:DD:EE:FF", "bt"], ["status", BT, "4"],
+                     ["status", BT, "0"], ["set-status", BT, "bt", "maybe"],
+                     ["request", "--bt", "not-a-mac"], ["request", "--name", "caf\udce9"]):
             with self.subTest(args=args):
                 result = self.ctl(*args)
                 self.assertEqual(2, result.returncode, result.stderr)

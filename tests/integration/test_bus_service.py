@@ -94,44 +94,77 @@ class BusService(qh.QuillonTestCase):
         self.assertEqual(1, len(lost))
         self.assertEqual(0, first.stop(signal.SIGTERM), first.log.text())
 
-    @unittest.skipUnless(os.geteuid() == 0 and shutil.which("setpriv"),
-                         "needs root to call as another user")
-    def test_policy_keeps_unprivileged_callers_to_the_get_interface(self):
+    @unittest.skipUnless(os.geteuid() == 0 and shutil.which("setpriv") and
+                         shutil.which("useradd"), "needs root to call as other users")
+    def test_policy_gives_each_caller_only_what_it_may_do(self):
+        # The service user owns the name; a member of quillon-prompt may answer a prompt;
+        # everyone else may only read. Users the test makes are removed again.
+        service = self.system_user("quillon")
+        self.system_group("quillon-prompt")
+        prompt = self.system_user("quillon-test-prompt", groups="quillon-prompt")
+        nobody = (65534, 65534)
         self.start_bus()
-        # The unprivileged caller must reach the bus socket.
+        # The unprivileged callers must reach the bus socket; the daemon its root.
         os.chmod(self.workdir, 0o755)
         os.chmod(self.workdir / "bus", 0o755)
-        self.start_serving_daemon()
+        self.root.init()
+        subprocess.run(["chown", "-R", f"{service[0]}:{service[1]}", str(self.root.path)],
+                       check=True)
+        daemon = self.start_serving_daemon(prefix=self.as_user(*service, init_groups=True))
+        self.assertIsNone(daemon.process.poll())
 
         def call_as_nobody(*args, timeout=10):
-            return subprocess.run(
-                ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
-                 "gdbus", "call", "--address", self.bus.address, *args],
-                capture_output=True, text=True, timeout=timeout + 10)
+            return subprocess.run([*self.as_user(*nobody), "gdbus", "call", "--address",
+                                   self.bus.address, *args],
+                                  capture_output=True, text=True, timeout=timeout + 10)
 
         denied = "org.freedesktop.DBus.Error.AccessDenied"
         owned = call_as_nobody("--dest", "org.freedesktop.DBus", "--object-path",
                                "/org/freedesktop/DBus", "--method",
                                "org.freedesktop.DBus.RequestName", qh.BUS_NAME, "4")
         self.assertIn(denied, owned.stderr)
-
-        for method in (f"{qh.SET_INTERFACE}.pxm_remove_all",
-                       f"{qh.UX_INTERFACE}.pxm_feedback_ux"):
-            result = call_as_nobody("--dest", qh.BUS_NAME, "--object-path", qh.OBJECT_PATH,
-                                    "--method", method)
-            self.assertNotEqual(0, result.returncode)
-            self.assertIn(denied, result.stderr, method)
-
         introspection = call_as_nobody("--dest", qh.BUS_NAME, "--object-path", qh.OBJECT_PATH,
                                        "--method", "org.freedesktop.DBus.Introspectable.Introspect")
         self.assertEqual(0, introspection.returncode, introspection.stderr)
         self.assertIn(qh.GET_INTERFACE, introspection.stdout)
 
-        # Queries pass the policy (whatever the daemon then answers).
-        query = call_as_nobody("--dest", qh.BUS_NAME, "--object-path", qh.OBJECT_PATH,
-                               "--timeout", "5", "--method", f"{qh.GET_INTERFACE}.pxm_get_list",
-                               timeout=5)
-        self.assertNotIn(denied, query.stderr)
+        bt = "AA:BB:CC:DD:EE:01"
+        needs_root = "permission denied: pxm_set_status needs root"
+        needs_group = ("permission denied: pxm_feedback_ux needs root or membership of the "
+                       "group quillon-prompt")
+        for who, args, status, said in [
+                (nobody, ["list"], 0, ""),
+                (nobody, ["set-status", bt, "bt", "allow"], 4, needs_root),
+                (nobody, ["feedback", "--status", "deny", "--bt", bt], 4, needs_group),
+                (prompt, ["feedback", "--status", "deny", "--bt", bt], 0, ""),
+                (prompt, ["remove-all"], 4, "permission denied: pxm_remove_all needs root")]:
+            with self.subTest(who=who, args=args):
+                result = subprocess.run(
+                    [*self.as_user(*who, init_groups=who != nobody), qh.program("quillonctl"),
+                     *args], env=self.bus.env() | {"PATH": os.environ["PATH"]},
+                    capture_output=True, text=True, timeout=30)
+                self.assertEqual(status, result.returncode, result.stderr)
+                self.assertIn(said, result.stderr)
+
+    @staticmethod
+    def as_user(uid, gid, init_groups=False):
+        return ["setpriv", f"--reuid={uid}", f"--regid={gid}",
+                "--init-groups" if init_groups else "--clear-groups"]
+
+    def system_group(self, name):
+        if subprocess.run(["getent", "group", name], capture_output=True).returncode != 0:
+            subprocess.run(["groupadd", "--system", name], check=True)
+            self.addCleanup(subprocess.run, ["groupdel", name])
+
+    def system_user(self, name, groups=None):
+        """(uid, gid) of the user, made (and removed at the end) when missing."""
+        if subprocess.run(["getent", "passwd", name], capture_output=True).returncode != 0:
+            extra = ["--groups", groups] if groups else []
+            subprocess.run(["useradd", "--system", "--no-create-home", "--user-group",
+                            "--shell", "/usr/sbin/nologin", *extra, name], check=True)
+            self.addCleanup(subprocess.run, ["userdel", name])
+        return (int(subprocess.check_output(["id", "-u", name])),
+                int(subprocess.check_output(["id", "-g", name])))
 
 
 if __name__ == "__main__":

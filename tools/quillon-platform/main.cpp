@@ -32,6 +32,10 @@ int main(int argc, char** argv) {
         return quillon_platform::kExitOk;
     }
     std::string name = argv[1];
+    if (name == "--version" && argc == 2) {
+        std::printf("quillon-platform %s\n", QUILLON_VERSION);
+        return quillon_platform::kExitOk;
+    }
     if (name == "--help" || name == "-h" || name == "help") {
         PrintUsage(stdout);
         return quillon_platform::kExitOk;

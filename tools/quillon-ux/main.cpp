@@ -81,6 +81,10 @@ int BadInput(const std::string& message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.size() == 1 && args[0] == "--version") {
+        std::printf("quillon-ux %s\n", QUILLON_VERSION);
+        return 0;
+    }
     if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
         std::fputs(kUsage, stdout);
         return kExitAnswered;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "exit_status.h"
+
 namespace quillonctl {
 
 GDBusConnection* ConnectSystemBus(std::string* error) {
@@ -17,7 +19,8 @@ GDBusConnection* ConnectSystemBus(std::string* error) {
 
 GVariant* CallDaemon(GDBusConnection* bus, const char* interface, const char* method,
                      GVariant* parameters, const GVariantType* reply_type, int timeout_ms,
-                     std::string* error) {
+                     std::string* error, int* exit_status) {
+    *exit_status = kExitUnreachable;
     GError* failure = nullptr;
     // Never start the daemon on the way: a status query must not change what it reports.
     GVariant* reply = g_dbus_connection_call_sync(
@@ -26,8 +29,15 @@ GVariant* CallDaemon(GDBusConnection* bus, const char* interface, const char* me
     if (reply != nullptr) {
         return reply;
     }
-    if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
-        g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
+    if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED)) {
+        *exit_status = kExitDenied;
+        // Only the prompt's answer is open to a group; every other change is root's alone.
+        *error = std::string("permission denied: ") + method +
+                 (std::string(method) == "pxm_feedback_ux"
+                      ? " needs root or membership of the group quillon-prompt"
+                      : " needs root");
+    } else if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+               g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
         *error = "the daemon " QUILLON_BUS_NAME " is not on the bus";
     } else if (g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
                g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) ||

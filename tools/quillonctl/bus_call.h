@@ -16,10 +16,12 @@ namespace quillonctl {
 // The system bus, or null with *error.
 GDBusConnection* ConnectSystemBus(std::string* error);
 
-// The reply (of reply_type), or null with *error saying why the daemon gave none: it is
-// not running, it did not answer within timeout_ms, or the bus refused the call.
+// The reply (of reply_type), or null with *error saying why the daemon gave none and
+// *exit_status the status that says so: kExitDenied when the bus policy refused the call
+// to this user, kExitUnreachable when the daemon is not running or did not answer within
+// timeout_ms.
 GVariant* CallDaemon(GDBusConnection* bus, const char* interface, const char* method,
                      GVariant* parameters, const GVariantType* reply_type, int timeout_ms,
-                     std::string* error);
+                     std::string* error, int* exit_status);
 
 }  // namespace quillonctl

@@ -83,29 +83,36 @@ size_t PositionalCount(ArgShape shape) {
     }
 }
 
-bool IntOption(const Options& options, const std::string& name, int* out, std::string* error) {
-    std::optional<std::string> text = options.Value(name);
-    if (!text) {
-        *out = 0;
-        return true;
-    }
-    return ParseInt(*text, "--" + name, out, error);
-}
-
 GVariant* RecordParameters(const Command& command, const Options& options, std::string* error) {
     int numbers[6];
     const char* names[6] = {"type", "icon", "status", "tv-init-mirroring", "no-ux", "ux-always"};
     for (int i = 0; i < 6; ++i) {
-        if (!IntOption(options, names[i], &numbers[i], error)) {
+        bool is_status = std::string(names[i]) == "status";
+        std::optional<std::string> value = options.Value(names[i]);
+        numbers[i] = 0;
+        if (value &&
+            !(is_status ? ParseVerdict(*value, "--status", &numbers[i], error)
+                        : ParseInt(*value, std::string("--") + names[i], &numbers[i], error))) {
             return nullptr;
         }
     }
     // An answer without a verdict is never meant: the prompt always says which.
     if (command.reply == ReplyShape::kEmpty && !options.Value("status")) {
-        *error = command.name + " needs --status (0 allow, 1 deny, 2 undecided)";
+        *error = command.name + " needs --status (allow, deny, undecided or 0, 1, 2)";
         return nullptr;
     }
     auto text = [&options](const char* name) { return options.Value(name).value_or(""); };
+    for (const char* address : {"bt", "wifi", "p2p"}) {
+        const std::string mac = text(address);
+        if (!mac.empty() && mac != "0" && !CheckMac(mac, "--" + std::string(address), error))
+            return nullptr;
+    }
+    for (const char* name : {"name", "zel-id", "mirroring-id"}) {
+        if (!g_utf8_validate(text(name).c_str(), -1, nullptr)) {
+            *error = "--" + std::string(name) + " is not valid UTF-8 text";
+            return nullptr;
+        }
+    }
     return g_variant_new("(ssssssiiiiii)", text("name").c_str(), text("bt").c_str(),
                          text("wifi").c_str(), text("p2p").c_str(), text("zel-id").c_str(),
                          text("mirroring-id").c_str(), numbers[0], numbers[1], numbers[2],
@@ -139,7 +146,7 @@ GVariant* Parameters(const Command& command, const Options& options, std::string
         return nullptr;
     }
     int ind = 0;
-    if (!ParseIndicator(p[1], &ind, error)) {
+    if (!CheckMac(p[0], "MAC", error) || !ParseIndicator(p[1], &ind, error)) {
         return nullptr;
     }
     if (command.args == ArgShape::kMacInd) {
@@ -147,13 +154,21 @@ GVariant* Parameters(const Command& command, const Options& options, std::string
     }
     if (command.args == ArgShape::kMacIndValue) {
         int value = 0;
-        if (!ParseInt(p[2], "the value", &value, error)) {
+        // set-status takes a verdict; set-mirroring a plain number.
+        bool parsed = command.method == std::string("pxm_set_status")
+                          ? ParseVerdict(p[2], "STATUS", &value, error)
+                          : ParseInt(p[2], "the value", &value, error);
+        if (!parsed) {
             return nullptr;
         }
         return g_variant_new("(sii)", p[0].c_str(), ind, value);
     }
     int type = 0;
     if (!ParamType(p[3], &type, error)) {
+        return nullptr;
+    }
+    if (!g_utf8_validate(p[2].c_str(), -1, nullptr)) {
+        *error = "PARAM is not valid UTF-8 text";
         return nullptr;
     }
     return g_variant_new("(sisi)", p[0].c_str(), ind, p[2].c_str(), type);
@@ -312,15 +327,16 @@ int RunMethodCommand(const Command& command, const Options& options) {
         std::fprintf(stderr, "quillonctl: %s\n", error.c_str());
         return kExitUnreachable;
     }
+    int failure_status = kExitUnreachable;
     GVariant* reply = CallDaemon(bus, command.interface, command.method, parameters,
-                                 ReplyType(command.reply), seconds * 1000, &error);
+                                 ReplyType(command.reply), seconds * 1000, &error, &failure_status);
     if (parameters != nullptr) {
         g_variant_unref(parameters);
     }
     g_object_unref(bus);
     if (reply == nullptr) {
         std::fprintf(stderr, "quillonctl: %s\n", error.c_str());
-        return kExitUnreachable;
+        return failure_status;
     }
 
     int status = kExitOk;

@@ -6,6 +6,7 @@ namespace quillonctl {
 constexpr int kExitOk = 0;           // the daemon answered, and the answer is a success
 constexpr int kExitNegative = 1;     // the daemon answered: not found, refused or failed
 constexpr int kExitUsage = 2;        // bad command line
-constexpr int kExitUnreachable = 3;  // no bus, no daemon, no answer in time, call refused
+constexpr int kExitUnreachable = 3;  // no bus, no daemon, no answer in time
+constexpr int kExitDenied = 4;       // the bus policy refused the call to this user
 
 }  // namespace quillonctl

@@ -25,6 +25,10 @@ int main(int argc, char** argv) {
         PrintUsage();
         return kExitOk;
     }
+    if (options.version) {
+        std::printf("quillonctl %s\n", QUILLON_VERSION);
+        return kExitOk;
+    }
     if (options.command.empty()) {
         std::fprintf(stderr, "quillonctl: no command\n(quillonctl --help lists the commands)\n");
         return kExitUsage;

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -11,7 +12,7 @@ namespace quillonctl {
 
 namespace {
 
-const std::set<std::string> kFlags = {"json", "help"};
+const std::set<std::string> kFlags = {"json", "help", "version"};
 const std::set<std::string> kValued = {"timeout", "count",    "name",   "bt",
                                        "wifi",    "p2p",      "zel-id", "mirroring-id",
                                        "type",    "icon",     "status", "tv-init-mirroring",
@@ -61,7 +62,7 @@ bool ParseOptions(const std::vector<std::string>& args, Options* out, std::strin
                 *error = "option --" + name + " takes no value";
                 return false;
             }
-            (name == "json" ? out->json : out->help) = true;
+            (name == "json" ? out->json : name == "help" ? out->help : out->version) = true;
             continue;
         }
         if (kValued.count(name) == 0) {
@@ -117,7 +118,39 @@ bool ParseIndicator(const std::string& text, int* out, std::string* error) {
             return true;
         }
     }
-    return ParseInt(text, "IND (bt, wifi, p2p or 1, 2, 3)", out, error);
+    const char* what = "IND (bt, wifi, p2p or 1, 2, 3)";
+    if (!ParseInt(text, what, out, error)) {
+        return false;
+    }
+    if (*out < 1 || *out > 3) {
+        *error = std::string(what) + " must be 1, 2 or 3, not " + text;
+        return false;
+    }
+    return true;
+}
+
+bool ParseVerdict(const std::string& text, const std::string& what, int* out, std::string* error) {
+    const char* words[] = {"allow", "deny", "undecided"};
+    for (int i = 0; i < 3; ++i) {
+        if (strcasecmp(text.c_str(), words[i]) == 0) {
+            *out = i;
+            return true;
+        }
+    }
+    return ParseInt(text, what + " (allow, deny, undecided or a number)", out, error);
+}
+
+bool CheckMac(const std::string& text, const std::string& what, std::string* error) {
+    bool ok = text.size() == 17;
+    const char separator = ok ? text[2] : ':';
+    for (size_t i = 0; ok && i < text.size(); ++i) {
+        ok = (i % 3 == 2) ? text[i] == separator && (separator == ':' || separator == '-')
+                          : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
+    }
+    if (!ok) {
+        *error = what + " must be an address like AA:BB:CC:DD:EE:FF, not '" + text + "'";
+    }
+    return ok;
 }
 
 }  // namespace quillonctl

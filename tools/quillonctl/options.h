@@ -11,6 +11,7 @@ namespace quillonctl {
 
 struct Options {
     bool help = false;
+    bool version = false;
     bool json = false;
     std::string command;
     std::vector<std::string> positionals;
@@ -31,8 +32,15 @@ bool ParseInt(const std::string& text, const std::string& what, int* out, std::s
 bool PositiveOption(const Options& options, const std::string& name, const char* at_least, int* out,
                     std::string* error);
 
-// Which address a lookup uses: 1 (or "bt"), 2 ("wifi"), 3 ("p2p"); any other integer is
-// passed on as it is, so that the daemon's answer to it can be seen.
+// Which address a lookup uses: 1 (or "bt"), 2 ("wifi"), 3 ("p2p"); nothing else.
 bool ParseIndicator(const std::string& text, int* out, std::string* error);
+
+// A verdict: "allow", "deny", "undecided" or a decimal integer (passed on as it is, so that
+// the daemon's answer to an invalid one can be seen).
+bool ParseVerdict(const std::string& text, const std::string& what, int* out, std::string* error);
+
+// An address as the daemon stores them: six pairs of hex digits split by ':' (or all by
+// '-'), e.g. AA:BB:CC:DD:EE:FF; false with *error naming `what` otherwise.
+bool CheckMac(const std::string& text, const std::string& what, std::string* error);
 
 }  // namespace quillonctl

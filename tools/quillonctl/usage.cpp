@@ -11,6 +11,7 @@ namespace {
 
 const char kHead[] =
     "usage: quillonctl [--json] [--timeout S] COMMAND [ARGUMENTS]\n"
+    "       quillonctl --help | --version\n"
     "\n"
     "Talks to the Quillon daemon (org.nuvak.quillon, /org/nuvak/quillon) on the system bus,\n"
     "or on the bus that DBUS_SYSTEM_BUS_ADDRESS names.\n"
@@ -31,13 +32,14 @@ const char kTail[] =
     "arguments:\n"
     "  MAC     an address as stored, e.g. AA:BB:CC:DD:EE:FF (case does not matter)\n"
     "  IND     which address MAC is: bt (1), wifi (2) or p2p (3)\n"
-    "  STATUS  0 allow, 1 deny\n"
+    "  STATUS  allow (0) or deny (1); undecided (2) and other numbers are passed on\n"
     "  TYPE    name (1) or zel-id (2)\n"
     "  N       a decimal integer\n"
     "\n"
     "device options (request, request-reverse, feedback; texts default to \"\", numbers to 0):\n"
     "  --name NAME  --bt MAC  --wifi MAC  --p2p MAC  --zel-id ID  --mirroring-id ID\n"
-    "  --type N  --icon N  --status N  --tv-init-mirroring N  --no-ux N  --ux-always N\n"
+    "  --type N  --icon N  --status STATUS  --tv-init-mirroring N  --no-ux N  --ux-always N\n"
+    "  (addresses are checked as MAC is; texts must be valid UTF-8)\n"
     "\n"
     "options:\n"
     "  --json       one JSON object per line: {\"method\", \"result\", \"meaning\"} for codes,\n"
@@ -47,6 +49,7 @@ const char kTail[] =
     "  --timeout S  wait at most S seconds for the answer (default 25); for monitor, watch\n"
     "               for S seconds\n"
     "  --help, -h   this text\n"
+    "  --version    the version\n"
     "\n"
     "exit status:\n"
     "  0  the daemon answered, and the answer is a success (request: any verdict;\n"
@@ -57,9 +60,10 @@ const char kTail[] =
     "     (set-mirroring 0) or failed (remove-all 0, set-status 0);\n"
     "     monitor: --timeout before --count signals\n"
     "  2  bad usage\n"
-    "  3  the bus or the daemon cannot be reached: no bus, the daemon is not running, no\n"
-    "     answer in time (the daemon does not answer feedback with a status above 2), or\n"
-    "     the bus refused the call (Set and Ux methods need a privileged caller)\n";
+    "  3  the bus or the daemon cannot be reached: no bus, the daemon is not running, or no\n"
+    "     answer in time (the daemon does not answer feedback with a status above 2)\n"
+    "  4  permission denied: the bus policy refused the call (Set methods need root;\n"
+    "     feedback needs root or membership of the group quillon-prompt)\n";
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 #include "apps/app_registry.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "apps/app_files.h"
 #include "common/platform_root.h"
@@ -12,6 +13,26 @@ namespace {
 
 std::string RegistryDir() {
     return PlatformRoot() + "/apps";
+}
+
+// Registrations shipped with the installed package; the state root's win over them, so an
+// operator can point an app elsewhere without touching the package's files.
+std::string VendorDir() {
+    const char* dir = std::getenv("QUILLON_VENDOR_APPS_DIR");
+    return dir != nullptr ? dir : QUILLON_VENDOR_APPS_DIR;
+}
+
+bool LookUpIn(const std::string& dir, const std::string& appid, std::string* executable) {
+    std::string content;
+    if (dir.empty() || !ReadSmallFile(dir + "/" + appid, &content))
+        return false;
+    if (!content.empty() && content.back() == '\n')
+        content.pop_back();
+    // Anything but one absolute path was not written by Register().
+    if (content.empty() || content[0] != '/' || content.find('\n') != std::string::npos)
+        return false;
+    *executable = content;
+    return true;
 }
 
 }  // namespace
@@ -34,28 +55,24 @@ bool Register(const std::string& appid, const std::string& executable) {
 }
 
 bool LookUp(const std::string& appid, std::string* executable) {
-    if (!IsValidAppId(appid))
-        return false;
-    std::string content;
-    if (!ReadSmallFile(RegistryDir() + "/" + appid, &content))
-        return false;
-    if (!content.empty() && content.back() == '\n')
-        content.pop_back();
-    // Anything but one absolute path was not written by Register().
-    if (content.empty() || content[0] != '/' || content.find('\n') != std::string::npos)
-        return false;
-    *executable = content;
-    return true;
+    return IsValidAppId(appid) &&
+           (LookUpIn(RegistryDir(), appid, executable) || LookUpIn(VendorDir(), appid, executable));
 }
 
 std::vector<std::pair<std::string, std::string>> Registrations() {
+    std::vector<std::string> names = ListDirectory(RegistryDir());
+    if (!VendorDir().empty()) {
+        std::vector<std::string> vendor = ListDirectory(VendorDir());
+        names.insert(names.end(), vendor.begin(), vendor.end());
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
     std::vector<std::pair<std::string, std::string>> found;
-    for (const std::string& name : ListDirectory(RegistryDir())) {
+    for (const std::string& name : names) {
         std::string executable;
         if (LookUp(name, &executable))
             found.emplace_back(name, executable);
     }
-    std::sort(found.begin(), found.end());
     return found;
 }
 

@@ -1,5 +1,7 @@
 // The registered apps: app id -> executable, one file per app under
-// $QUILLON_PLATFORM_ROOT/apps, named after the id and holding the executable's path.
+// $QUILLON_PLATFORM_ROOT/apps, named after the id and holding the executable's path. The
+// installed package ships registrations in a vendor folder (<datadir>/quillon/apps, or
+// $QUILLON_VENDOR_APPS_DIR; empty: none); a registration under the state root wins.
 #pragma once
 
 #include <string>

@@ -69,13 +69,34 @@ int WriteAll(const std::string& line) {
     return static_cast<int>(done);
 }
 
+// Says once per unknown value which words QUILLON_LOG_LEVEL takes.
+void WarnUnknownLevel(const char* value) {
+    static std::mutex lock;
+    static std::string warned;
+    {
+        std::lock_guard<std::mutex> hold(lock);
+        if (warned == value)
+            return;
+        warned = value;
+    }
+    WriteAll(host::LineTime() + " " +
+             host::FormatLogLine(DLOG_WARN, "QUILLON_HOST",
+                                 std::string("QUILLON_LOG_LEVEL '") + value +
+                                     "' is not one of debug, info, warn, error; using info"));
+}
+
 }  // namespace
 
 extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...) {
     (void)log_id;
     if (!fmt)
         return -EINVAL;
-    if (prio == DLOG_SILENT || prio < host::LogThreshold(std::getenv("QUILLON_LOG_LEVEL")))
+    const char* level = std::getenv("QUILLON_LOG_LEVEL");
+    bool known = true;
+    int threshold = host::LogThreshold(level, &known);
+    if (!known)
+        WarnUnknownLevel(level);
+    if (prio == DLOG_SILENT || prio < threshold)
         return 0;
     if (!tag)
         tag = "";
@@ -92,5 +113,6 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
             return static_cast<int>(message.size());
         // The journal refused: a line on stderr still reaches it through the stream.
     }
-    return WriteAll(host::FormatLogLine(prio, tag, message));
+    // The journal keeps its own time; a line on stderr carries it.
+    return WriteAll(host::LineTime() + " " + host::FormatLogLine(prio, tag, message));
 }

@@ -2,22 +2,46 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 #include "dlog.h"
 
 namespace host {
 
-int LogThreshold(const char* level_name) {
-    if (!level_name)
+int LogThreshold(const char* level_name, bool* known) {
+    struct Level {
+        const char* name;
+        int threshold;
+    };
+    static const Level kLevels[] = {
+        {"debug", DLOG_VERBOSE}, {"info", DLOG_INFO}, {"warn", DLOG_WARN}, {"error", DLOG_ERROR}};
+    if (known != nullptr)
+        *known = level_name == nullptr || *level_name == '\0';
+    if (level_name == nullptr)
         return DLOG_INFO;
-    if (std::strcmp(level_name, "debug") == 0)
-        return DLOG_VERBOSE;
-    if (std::strcmp(level_name, "warn") == 0)
-        return DLOG_WARN;
-    if (std::strcmp(level_name, "error") == 0)
-        return DLOG_ERROR;
+    for (const Level& level : kLevels) {
+        if (std::strcmp(level_name, level.name) == 0) {
+            if (known != nullptr)
+                *known = true;
+            return level.threshold;
+        }
+    }
     return DLOG_INFO;
+}
+
+std::string LineTime() {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    struct tm utc;
+    char text[64] = "?";
+    if (gmtime_r(&now.tv_sec, &utc) != nullptr) {
+        char seconds[32];
+        std::strftime(seconds, sizeof(seconds), "%Y-%m-%dT%H:%M:%S", &utc);
+        std::snprintf(text, sizeof(text), "%s.%03dZ", seconds,
+                      static_cast<int>(now.tv_nsec / 1000000) % 1000);
+    }
+    return text;
 }
 
 char LevelLetter(int prio) {

@@ -8,8 +8,11 @@
 namespace host {
 
 // The lowest dlog level that is written for a QUILLON_LOG_LEVEL value ("debug", "info",
-// "warn", "error"); unset or unknown values mean "info".
-int LogThreshold(const char* level_name);
+// "warn", "error"); unset or unknown values mean "info" (*known, when given, says which).
+int LogThreshold(const char* level_name, bool* known = nullptr);
+
+// "2026-11-23T21:30:05.123Z": the UTC time of a line on stderr, to the millisecond.
+std::string LineTime();
 
 // 'V', 'D', 'I', 'W', 'E', 'F', or '?' for a level outside those.
 char LevelLetter(int prio);

@@ -4,6 +4,10 @@
 // reaches other processes and the inotify watchers when it is safely on disk. Repeated
 // writes of one key while the disk is busy are coalesced into the newest one.
 //
+// Order: writes of one process land in the order made. Between processes, a write still
+// queued here lands after another process's later write of the same key; a process that
+// hands a key over to another (a tool, a test) calls Sync() first.
+//
 // Durability: a crash loses at most the writes still queued (normally milliseconds' worth;
 // longer only while the disk stalls), and never leaves a torn file: every file on disk is
 // a whole old value or a whole new one. Sync() waits for everything queued so far; it runs
