@@ -1,6 +1,7 @@
 // The host platform's Bluetooth headless table and Wake-on-WLAN waker table, and
 // quillon-platform's wake-tables view of them, in a private platform root per test.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -233,6 +234,9 @@ TEST(WakeTablesHeal, AnUnusableDatabaseIsKeptAsideAndMadeAnew) {
             }
         }
         EXPECT_EQ(1, kept) << bad;
+        struct stat st;
+        ASSERT_EQ(0, stat(path.c_str(), &st));
+        EXPECT_EQ(0600u, st.st_mode & 0777) << "the tables are the service's alone";
     }
     // A real database whose table has another shape.
     host_test::TempRoot temp;

@@ -1,6 +1,7 @@
 #include "backup/backup_store.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -53,6 +54,7 @@ public:
         int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
         int rc = sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr);
         if (rc == SQLITE_OK) {
+            chmod(path_.c_str(), 0600);  // the service's alone, whatever the umask
             sqlite3_busy_timeout(db_, kBusyTimeoutMs);
             rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
         }

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 #include <stdio.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -103,6 +104,9 @@ int TryOpen(const std::string& path, sqlite3** db, std::string* error) {
         sqlite3_close(opened);
         return rc;
     }
+    // Whatever the umask of the launch: the tables are the service's alone. SQLite gives its
+    // write-ahead files the database's mode.
+    chmod(path.c_str(), 0600);
     *db = opened;
     return SQLITE_OK;
 }
