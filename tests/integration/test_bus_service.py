@@ -141,7 +141,7 @@ class BusService(qh.QuillonTestCase):
             with self.subTest(who=who, args=args):
                 result = subprocess.run(
                     [*self.as_user(*who, init_groups=who != nobody), qh.program("quillonctl"),
-                     *args], env=self.bus.env() | {"PATH": os.environ["PATH"]},
+                     *args], env=dict(os.environ, **self.bus.env()),
                     capture_output=True, text=True, timeout=30)
                 self.assertEqual(status, result.returncode, result.stderr)
                 self.assertIn(said, result.stderr)
