@@ -92,6 +92,17 @@ class PlatformRoot:
         result = self.platform("secure-read", STORAGE_ITEM, check=False)
         return result.stdout if result.returncode == 0 else None
 
+    def verdicts(self):
+        """The stored list as {Wi-Fi address: status}; {} when nothing is stored. Fails
+        unless the item is the current format: "2", a line feed and a JSON array."""
+        text = self.stored()
+        if text is None:
+            return {}
+        if not text.startswith("2\n"):
+            raise AssertionError(f"the stored list is not in the current format: {text[:80]!r}")
+        return {e["item_data"]["wifi_mac"]: e["item_data"]["devstatus"]
+                for e in json.loads(text[2:])}
+
     def seed(self, text):
         """Stores text as the device list, as an older daemon would have left it."""
         path = self.path.parent / (self.path.name + ".seed")
@@ -106,6 +117,15 @@ class PlatformRoot:
         tables = json.loads(self.platform("wake-tables", "--json").stdout)
         return ({d["address"].upper() for d in tables["bt_headless"]},
                 {w["address"].upper() for w in tables["wowl_wakers"]})
+
+    def temporaries(self, keep_pid=None):
+        """Temporary files (".tmp-<pid>-*") in secure/ and settings/, as "folder/name"; those
+        of keep_pid, a writer still running, are left out."""
+        live = f".tmp-{keep_pid}-"
+        return sorted(f"{folder}/{entry.name}" for folder in ("secure", "settings")
+                      if (self.path / folder).is_dir()
+                      for entry in (self.path / folder).iterdir()
+                      if entry.name.startswith(".tmp-") and not entry.name.startswith(live))
 
     def cleanup(self):
         shutil.rmtree(self.path, ignore_errors=True)
