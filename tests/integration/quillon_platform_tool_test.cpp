@@ -135,4 +135,17 @@ TEST_F(PlatformTool, GetOfMissingKeyExitsOneAndValuesRoundTrip) {
     EXPECT_EQ(Run({"get", "memory/test/text"}).status, 1);
 }
 
+// The package ships the prompt's registration; one made under the state root wins over it.
+TEST_F(PlatformTool, ShippedRegistrationsAreFoundAndTheStateRootsWin) {
+    const std::string vendor = root_ + "/vendor-apps";
+    fs::create_directories(vendor);
+    host_test::WriteFile(vendor + "/org.nuvak.quillon-ux", "/usr/bin/quillon-ux\n");
+    setenv("QUILLON_VENDOR_APPS_DIR", vendor.c_str(), 1);
+    EXPECT_EQ(Run({"apps"}).out, "registered\torg.nuvak.quillon-ux\t/usr/bin/quillon-ux\n");
+    ASSERT_EQ(Run({"register-app", "org.nuvak.quillon-ux", "/opt/ux"}).status, 0);
+    EXPECT_EQ(Run({"apps"}).out, "registered\torg.nuvak.quillon-ux\t/opt/ux\n");
+    setenv("QUILLON_VENDOR_APPS_DIR", "", 1);
+}
+
 }  // namespace
+
