@@ -234,6 +234,18 @@ void OnActivate(GtkApplication* app, gpointer data) {
 }  // namespace
 
 int RunPromptWindow(const PromptRequest& request, unsigned wait_ms, std::function<void()>* close) {
+    // A launcher rarely hands over a session bus. GLib would then start one through
+    // dbus-launch and leave it running after we are gone; the window needs none, so point it
+    // at the session's own bus when there is one, and nowhere otherwise.
+    if (!g_getenv("DBUS_SESSION_BUS_ADDRESS")) {
+        const std::string bus = std::string(g_get_user_runtime_dir()) + "/bus";
+        if (g_file_test(bus.c_str(), G_FILE_TEST_EXISTS)) {
+            g_setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus).c_str(), TRUE);
+        } else {
+            g_setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/no-session-bus", TRUE);
+            g_setenv("GTK_A11Y", "none", FALSE);
+        }
+    }
     if (!gtk_init_check()) {
         std::fprintf(stderr,
                      "quillon-ux: cannot open the display (DISPLAY '%s', "
