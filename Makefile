@@ -9,7 +9,8 @@ PACKAGES := g++ make cmake pkg-config clang libclang-rt-14-dev \
 	libglib2.0-dev libglib2.0-bin libjsoncpp-dev libsodium-dev libsqlite3-dev sqlite3 \
 	libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev \
 	dbus-daemon python3 python3-dbus python3-gi python3-dbusmock \
-	scdoc dpkg-dev systemd
+	scdoc dpkg-dev systemd \
+	libgtk-4-dev xvfb xauth xdotool imagemagick
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

@@ -47,7 +47,9 @@ def expected_feedback(status):
 class QuillonUx(qh.QuillonTestCase):
 
     def run_ux(self, args, answer=None, delay=None):
-        env = {k: v for k, v in os.environ.items() if not k.startswith("QUILLON_UX_")}
+        # No display either: without a script answer the prompt must say it cannot ask.
+        env = {k: v for k, v in os.environ.items()
+               if not k.startswith("QUILLON_UX_") and k not in ("DISPLAY", "WAYLAND_DISPLAY")}
         env.update(self.bus.env())
         for key, value in (("QUILLON_UX_ANSWER", answer), ("QUILLON_UX_DELAY_MS", delay)):
             if value is not None:
@@ -96,7 +98,8 @@ class QuillonUx(qh.QuillonTestCase):
              "not of the form --KEY=VALUE"),
             ("unknown answer", bundle_args(), "maybe", None,
              "QUILLON_UX_ANSWER must be allow, deny, undecided or none, not 'maybe'"),
-            ("no answer", bundle_args(), None, None, "no display support yet"),
+            ("no display, no answer", bundle_args(), None, None,
+             "no display to show the prompt on"),
             ("bad delay", bundle_args(), "allow", "soon", "QUILLON_UX_DELAY_MS"),
             ("negative delay", bundle_args(), "allow", "-5", "QUILLON_UX_DELAY_MS"),
         ]

@@ -27,7 +27,30 @@ std::string Absolute(const std::string& path) {
     return absolute;
 }
 
-int RunRegisterApp(const Command& self, const std::vector<std::string>& args) {
+int RunRegisterApp(const Command& self, const std::vector<std::string>& all_args) {
+    // The two positional words, then the launch options in any order.
+    std::vector<std::string> args;
+    host::apps::Registration registration;
+    for (size_t i = 0; i < all_args.size(); ++i) {
+        const std::string& word = all_args[i];
+        if (word == "--session") {
+            registration.session = true;
+        } else if (word == "--user" || word == "--env") {
+            if (i + 1 == all_args.size())
+                return BadInput(self, word + " needs a value");
+            const std::string& value = all_args[++i];
+            if (word == "--user" && !host::apps::IsValidUserName(value))
+                return BadInput(self, "invalid user name '" + value + "'");
+            if (word == "--env" && !host::apps::IsValidEnvEntry(value))
+                return BadInput(self, "--env takes KEY=VALUE, not '" + value + "'");
+            if (word == "--user")
+                registration.user = value;
+            else
+                registration.env.push_back(value);
+        } else {
+            args.push_back(word);
+        }
+    }
     int status = kExitOk;
     if (!ExpectArgs(self, args, 2, &status))
         return status;
@@ -47,7 +70,8 @@ int RunRegisterApp(const Command& self, const std::vector<std::string>& args) {
         // Registering before building is fine; a launch fails until the file is there.
         std::fprintf(stderr, "quillon-platform: warning: '%s' is not an executable file\n",
                      executable.c_str());
-    if (!host::apps::Register(args[0], executable)) {
+    registration.executable = executable;
+    if (!host::apps::Register(args[0], registration)) {
         std::fprintf(stderr, "quillon-platform: could not register '%s'\n", args[0].c_str());
         return kExitFailed;
     }
@@ -66,8 +90,11 @@ int RunApps(const Command& self, const std::vector<std::string>& args) {
 }
 
 const CommandRegistrar kRegistrar({
-    {"register-app", "register-app APPID EXECUTABLE",
-     "register (or replace) the executable of an app id", RunRegisterApp},
+    {"register-app", "register-app APPID EXECUTABLE [--user NAME] [--session] [--env KEY=VALUE]...",
+     "register (or replace) the executable of an app id; it runs as user NAME, or as the user "
+     "of the active graphical session (--session, with its display), with the given "
+     "environment set over the launcher's",
+     RunRegisterApp},
     {"apps", "apps", "list registered and running apps, one per line, tab-separated", RunApps},
 });
 

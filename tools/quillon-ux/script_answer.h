@@ -12,6 +12,10 @@ struct ScriptAnswer {
     unsigned delay_ms = 0;  // before answering
 };
 
+// A decimal number of milliseconds up to a day in text (the variable called name); false with
+// *error otherwise.
+bool ReadMilliseconds(const char* name, const char* text, unsigned* ms, std::string* error);
+
 // answer_word and delay_text as found in the environment (null when unset). False with
 // *error when the answer is missing or not one of allow, deny, undecided, none, or the delay
 // is not a decimal number of milliseconds.

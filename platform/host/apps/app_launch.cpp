@@ -1,7 +1,6 @@
-// Launching a registered app: posix_spawn of its executable with the bundle's entries as
-// "--KEY=VALUE" arguments in the bundle's order, in our environment.
-#include <signal.h>
-#include <spawn.h>
+// Launching a registered app with the bundle's entries as "--KEY=VALUE" arguments in the
+// bundle's order: in our environment, or as the registration's user (or the active
+// graphical session's) with its environment set over ours.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +11,9 @@
 #include "apps/app_death_watch.h"
 #include "apps/app_records.h"
 #include "apps/app_registry.h"
+#include "apps/graphical_session.h"
 #include "apps/process_info.h"
+#include "apps/user_spawn.h"
 #include "aul.h"
 #include "common/missing_service.h"
 #include "dlog.h"
@@ -31,28 +32,44 @@ bool IsExecutableFile(const std::string& path) {
            access(path.c_str(), X_OK) == 0;
 }
 
-// The app starts with default signal dispositions and nothing blocked, whatever the
-// launcher did with its own signals.
-int Spawn(const std::string& executable, const std::vector<std::string>& words, pid_t* pid) {
-    std::vector<char*> argv;
-    for (const std::string& word : words)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    posix_spawnattr_t attr;
-    int rc = posix_spawnattr_init(&attr);
-    if (rc != 0)
-        return rc;
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    sigdelset(&all, SIGKILL);
-    sigdelset(&all, SIGSTOP);
-    posix_spawnattr_setsigmask(&attr, &none);
-    posix_spawnattr_setsigdefault(&attr, &all);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    rc = posix_spawn(pid, executable.c_str(), nullptr, &attr, argv.data(), environ);
-    posix_spawnattr_destroy(&attr);
-    return rc;
+void Warn(const char* appid, const std::string& why) {
+    __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, host::kHostLogTag, "host platform: %s: %s", appid,
+                 why.c_str());
+}
+
+// Who the app runs as and in which environment. False (logged) when the registration names
+// a user that does not exist.
+bool ChooseUser(const char* appid, const host::apps::Registration& registration,
+                host::apps::SpawnUser* user, bool* as_user, std::vector<std::string>* env) {
+    std::string why;
+    *as_user = false;
+    if (registration.session) {
+        host::apps::GraphicalSession session;
+        if (host::apps::FindGraphicalSession(&session, &why) &&
+            host::apps::ResolveUser(session.uid, user, &why)) {
+            *as_user = true;
+            *env = host::apps::OverrideEnv(*env, session.env);
+            __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, host::kHostLogTag,
+                         "host platform: %s goes to graphical session %s of %s (uid %u)", appid,
+                         session.id.c_str(), user->name.c_str(), unsigned(user->uid));
+        } else {
+            Warn(appid, "no graphical session to launch it in (" + why + "); launching it as " +
+                            (registration.user.empty() ? std::string("the launcher's user")
+                                                       : "user " + registration.user));
+        }
+    }
+    if (!*as_user && !registration.user.empty()) {
+        if (!host::apps::ResolveUser(registration.user, user, &why)) {
+            Warn(appid, "cannot launch it: " + why);
+            return false;
+        }
+        *as_user = true;
+    }
+    if (*as_user)
+        *env = host::apps::OverrideEnv(
+            *env, {"HOME=" + user->home, "USER=" + user->name, "LOGNAME=" + user->name});
+    *env = host::apps::OverrideEnv(*env, registration.env);
+    return true;
 }
 
 }  // namespace
@@ -60,12 +77,13 @@ int Spawn(const std::string& executable, const std::vector<std::string>& words, 
 extern "C" int aul_launch_app(const char* appid, bundle* kb) {
     if (!appid || !host::apps::IsValidAppId(appid))
         return AUL_R_EINVAL;
-    std::string executable;
-    if (!host::apps::LookUp(appid, &executable)) {
+    host::apps::Registration registration;
+    if (!host::apps::LookUp(appid, &registration)) {
         __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, host::kHostLogTag,
                      "host platform: no app registered as %s", appid);
         return AUL_R_ENOAPP;
     }
+    const std::string& executable = registration.executable;
     if (!IsExecutableFile(executable)) {
         __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, host::kHostLogTag,
                      "host platform: cannot launch %s: %s is not an executable file", appid,
@@ -74,11 +92,19 @@ extern "C" int aul_launch_app(const char* appid, bundle* kb) {
     }
     std::vector<std::string> words{executable};
     bundle_iterate(kb, AddArgument, &words);
+    std::vector<std::string> env;
+    for (char** entry = environ; *entry; ++entry)
+        env.emplace_back(*entry);
+    host::apps::SpawnUser user;
+    bool as_user = false;
+    if (!ChooseUser(appid, registration, &user, &as_user, &env))
+        return AUL_R_ENOLAUNCH;
     pid_t pid = 0;
-    int rc = Spawn(executable, words, &pid);
+    int rc = host::apps::SpawnApp(executable, words, env, as_user ? &user : nullptr, &pid);
     if (rc != 0) {
         __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, host::kHostLogTag,
-                     "host platform: cannot launch %s (%s): %s", appid, executable.c_str(),
+                     "host platform: cannot launch %s (%s)%s%s: %s", appid, executable.c_str(),
+                     as_user ? " as user " : "", as_user ? user.name.c_str() : "",
                      std::strerror(rc));
         return AUL_R_ENOLAUNCH;
     }
@@ -99,6 +125,7 @@ extern "C" int aul_launch_app(const char* appid, bundle* kb) {
                      pid);
     host::apps::Watch(app, true);
     __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, host::kHostLogTag,
-                 "host platform: launched %s as %d (%s)", appid, pid, executable.c_str());
+                 "host platform: launched %s as %d (%s)%s%s", appid, pid, executable.c_str(),
+                 as_user ? " as user " : "", as_user ? user.name.c_str() : "");
     return pid;
 }

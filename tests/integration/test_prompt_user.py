@@ -1,0 +1,140 @@
+"""The prompt launched as another user: a registration with --user makes the daemon drop to
+that user in the child before the exec, so the prompt runs with the user's ids and no
+capability at all, whether the daemon runs as root or as its service user with ambient
+capabilities. The daemon still sees the prompt end (death watch) and still closes a prompt it
+did not start (stray clean-up)."""
+
+import os
+import signal
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import quillon_bus as qb  # noqa: E402
+import quillon_harness as qh  # noqa: E402
+
+PROMPT_USER = "quillon-ux-test"
+SERVICE_USER = "quillon"
+CAPS = "+setuid,+setgid,+kill"
+
+
+def status_fields(pid):
+    fields = {}
+    with open(f"/proc/{pid}/status") as status:
+        for line in status:
+            key, _, value = line.partition(":")
+            fields[key] = value.split()
+    return fields
+
+
+def gone(pid):
+    try:
+        with open(f"/proc/{pid}/stat") as stat:
+            return stat.read().split(")")[-1].split()[0] == "Z"
+    except FileNotFoundError:
+        return True
+
+
+@unittest.skipUnless(os.geteuid() == 0, "needs root to launch the prompt as another user")
+class PromptAsUser(qh.QuillonTestCase):
+
+    def system_user(self, name):
+        if subprocess.run(["getent", "passwd", name], capture_output=True).returncode != 0:
+            subprocess.run(["useradd", "--system", "--no-create-home", "--user-group",
+                            "--shell", "/usr/sbin/nologin", name], check=True)
+            self.addCleanup(subprocess.run, ["userdel", name])
+        return (int(subprocess.check_output(["id", "-u", name])),
+                int(subprocess.check_output(["id", "-g", name])))
+
+    def prompt_pids(self):
+        return [int(line.split("\t")[1]) for line in self.root.platform("apps").stdout.splitlines()
+                if line.startswith("running\t") and qh.UX_APP_ID in line]
+
+    def serve(self, daemon_user):
+        self.prefix = ()
+        if daemon_user != "root":
+            uid, gid = self.system_user(daemon_user)
+            # As the installed unit runs it: the service user, three ambient capabilities.
+            self.prefix = ("setpriv", f"--reuid={uid}", f"--regid={gid}", "--init-groups",
+                      f"--inh-caps={CAPS}", f"--ambient-caps={CAPS}")
+            os.chmod(self.workdir, 0o711)
+            self.start_bus()
+            os.chmod(self.workdir / "bus", 0o711)
+            self.root.init()
+            subprocess.run(["chown", "-R", f"{uid}:{gid}", self.root.path], check=True)
+        daemon = self.start_serving_daemon(prefix=self.prefix)
+        client = qb.BusClient(self.bus.address)
+        self.addCleanup(client.close)
+        return daemon, client
+
+    def ask(self, client, bt):
+        self.assertEqual((2,), client.call("pxm_request_access", qb.record(name="Phone", bt=bt)))
+        pids = []
+        self.assertTrue(qh.wait_until(lambda: pids.extend(self.prompt_pids()) or pids, 15.0))
+        return pids[0]
+
+    def prompt_program(self):
+        """quillon-ux writing to a file of its own: a prompt that outlives the daemon must
+        not hold the daemon's stderr, which the test reads to its end."""
+        os.chmod(self.workdir, 0o711)
+        log = self.workdir / "prompt.log"
+        log.touch(mode=0o666)
+        os.chmod(log, 0o666)
+        wrapper = self.workdir / "quillon-ux"
+        wrapper.write_text(f'#!/bin/sh\nexec {qh.program("quillon-ux")} "$@" 2>>{log}\n')
+        os.chmod(wrapper, 0o755)
+        return str(wrapper)
+
+    def check_prompt_as_user(self, daemon_user):
+        uid, gid = self.system_user(PROMPT_USER)
+        self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(),
+                           "--user", PROMPT_USER, "--env", "QUILLON_UX_ANSWER=none")
+        daemon, client = self.serve(daemon_user)
+        pid = self.ask(client, "AA:BB:CC:DD:EE:01")
+        self.assertIsNotNone(daemon.wait_for_log(f"as user {PROMPT_USER}"), daemon.log.text())
+        fields = status_fields(pid)
+        self.assertEqual([str(uid)] * 4, fields["Uid"])
+        self.assertEqual([str(gid)] * 4, fields["Gid"])
+        for caps in ("CapEff", "CapPrm", "CapAmb", "CapInh"):
+            self.assertEqual(0, int(fields[caps][0], 16), caps)
+        with open(f"/proc/{pid}/environ", "rb") as environ:
+            env = environ.read().split(b"\0")
+        self.assertIn(f"USER={PROMPT_USER}".encode(), env)
+        self.assertIn(b"QUILLON_UX_ANSWER=none", env)
+
+        # Death watch: the daemon hears the end of a prompt of another user.
+        os.kill(pid, signal.SIGKILL)
+        self.assertIsNotNone(daemon.wait_for_log(f"UX Terminated >>> {pid}"), daemon.log.text())
+
+        # Stray clean-up: a prompt the next daemon did not start is closed by it.
+        stray = self.ask(client, "AA:BB:CC:DD:EE:02")
+        self.assertEqual(0, daemon.stop())
+        self.assertFalse(gone(stray), "the prompt went with the daemon")
+        daemon = self.start_daemon(wait_for=qh.LOG_NAME_ACQUIRED, prefix=self.prefix)
+        fresh = self.ask(client, "AA:BB:CC:DD:EE:03")
+        self.assertIsNotNone(daemon.wait_for_log("Unexpected UX status. Close UX"),
+                             daemon.log.text())
+        self.assertTrue(qh.wait_until(lambda: gone(stray), 10.0), "the stray stays")
+        self.assertNotEqual(stray, fresh)
+        self.assertEqual(str(uid), status_fields(fresh)["Uid"][0])
+        os.kill(fresh, signal.SIGTERM)
+
+    def test_from_a_root_daemon(self):
+        self.check_prompt_as_user("root")
+
+    def test_from_the_service_user_with_ambient_capabilities(self):
+        self.check_prompt_as_user(SERVICE_USER)
+
+    def test_a_user_that_does_not_exist_is_no_launch(self):
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"),
+                           "--user", "no-such-user-q9", "--env", "QUILLON_UX_ANSWER=none")
+        daemon, client = self.serve("root")
+        self.assertEqual((-1,), client.call("pxm_request_access",
+                                            qb.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
+        self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
+        self.assertEqual([], self.prompt_pids())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,111 @@
+"""The prompt's window on a real X server (Xvfb): the daemon on a private bus launches
+quillon-ux for a new device, the window appears (a screenshot is kept in the test's output
+folder), and a person's keys answer it: Left then Return is Allow (the focus starts on Deny),
+Escape is Not now. The verdict is stored and announced. A name with markup is shown as
+text, and a window nobody answers closes itself when its countdown ends, sending nothing."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import quillon_bus as qb  # noqa: E402
+import quillon_harness as qh  # noqa: E402
+
+TITLE = "Quillon: a device asks for access"
+PHONE_BT = "AA:BB:CC:DD:EE:01"
+LAPTOP_BT = "AA:BB:CC:DD:EE:21"
+PHONE_WIFI = "AA:BB:CC:DD:EE:02"
+LAPTOP_WIFI = "AA:BB:CC:DD:EE:22"
+FEEDBACK_LOG = "[DBusServer] pxm_feedback_ux called."
+TOOLS = ("Xvfb", "xdotool", "import")
+
+
+def output_dir():
+    path = pathlib.Path(os.environ.get("QUILLON_TEST_OUTPUT", "test-output")).resolve()
+    path.mkdir(parents=True, exist_ok=True)
+    return path
+
+
+@unittest.skipUnless(all(shutil.which(t) for t in TOOLS),
+                     "needs Xvfb, xdotool and ImageMagick's import (make deps)")
+class PromptWindow(qh.QuillonTestCase):
+
+    def setUp(self):
+        super().setUp()
+        # A free display number, chosen by the server itself.
+        read, write = os.pipe()
+        self.xvfb = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x720x24", "-nolisten",
+             "tcp"], pass_fds=(write,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write)
+        with os.fdopen(read) as number:
+            self.display = ":" + number.readline().strip()
+        self.addCleanup(self.xvfb.wait, 10)
+        self.addCleanup(self.xvfb.terminate)
+        self.assertNotEqual(":", self.display, "Xvfb gave no display")
+
+    def x(self, *args, timeout=20):
+        return subprocess.run(list(args), env=dict(os.environ, DISPLAY=self.display),
+                              capture_output=True, text=True, timeout=timeout)
+
+    def serve(self, extra_env=None):
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
+        env = {"DISPLAY": self.display, "GSK_RENDERER": "cairo"}
+        env.update(extra_env or {})
+        self.daemon = self.start_serving_daemon(env)
+        self.client = qb.BusClient(self.bus.address)
+        self.addCleanup(self.client.close)
+
+    def ask(self, name, bt=PHONE_BT, wifi=PHONE_WIFI):
+        start = len(self.client.events)
+        self.assertEqual((2,), self.client.call(
+            "pxm_request_access", qb.record(name=name, bt=bt, wifi=wifi)))
+        found = self.x("xdotool", "search", "--sync", "--name", TITLE)
+        self.assertEqual(0, found.returncode, self.daemon.log.text())
+        return start, found.stdout.split()[0]
+
+    def window_open(self):
+        return self.x("xdotool", "search", "--name", TITLE).returncode == 0
+
+    def test_keys_answer_and_the_verdict_is_stored_and_announced(self):
+        self.serve()
+        for case, bt, wifi, keys, status in (
+                ("allow", PHONE_BT, PHONE_WIFI, ["Left", "Return"], 0),
+                ("not-now", LAPTOP_BT, LAPTOP_WIFI, ["Escape"], 2)):
+            with self.subTest(case):
+                start, window = self.ask(case, bt, wifi)
+                time.sleep(0.5)  # drawn before the picture is taken
+                shot = output_dir() / f"prompt-window-{case}.png"
+                self.assertEqual(0, self.x("import", "-window", "root", str(shot)).returncode)
+                self.assertGreater(shot.stat().st_size, 5000)
+                self.x("xdotool", "windowfocus", "--sync", window)
+                self.assertEqual(0, self.x("xdotool", "key", "--delay", "150", *keys).returncode)
+                signals = self.client.wait_signals(1, start=start, timeout=15.0)
+                self.assertEqual([(bt, wifi, "0", status)], [s.value for s in signals])
+                # Only the allowed device is stored; Not now leaves the list as it was.
+                elements, count = self.client.call("pxm_get_list")
+                self.assertEqual([("allow", PHONE_BT, 0)], [(e[0], e[1], e[6]) for e in elements])
+                self.assertTrue(qh.wait_until(lambda: not self.window_open(), 10.0))
+
+    def test_markup_is_shown_as_text_and_the_countdown_closes_without_answering(self):
+        self.serve({"QUILLON_UX_WAIT_MS": "3000"})
+        start, _ = self.ask("<b>x</b>")
+        self.assertIsNotNone(self.daemon.wait_for_log("quillon-ux: window shows name [<b>x</b>]"),
+                             self.daemon.log.text())
+        self.assertTrue(qh.wait_until(lambda: not self.window_open(), 10.0))
+        self.assertIsNotNone(self.daemon.wait_for_log(
+            "quillon-ux: no answer within 3000 ms; closing without answering"))
+        self.assertIsNotNone(self.daemon.wait_for_log("UX Terminated"))
+        self.client.flush()
+        self.assertEqual([], self.client.signals(start=start))
+        self.assertFalse([line for line in self.daemon.log.lines() if FEEDBACK_LOG in line])
+        self.assertEqual(([], 0), self.client.call("pxm_get_list"))
+
+
+if __name__ == "__main__":
+    unittest.main()
