@@ -1,11 +1,18 @@
 // The host's network room: NetworkManager's flags, states and kinds in the platform's
-// words, and SSIDs as safe text.
+// words, SSIDs as safe text, and the Wi-Fi state callback following python3-dbusmock's
+// NetworkManager on a private bus, delivered on the default main context.
+#include <gio/gio.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "host_test_support.h"
 #include "net_connection.h"
 #include "network/nm_mapping.h"
 #include "network/ssid_text.h"
@@ -107,6 +114,232 @@ TEST(HostNetworkMapping, ConnectionKindsDeviceStatesAndSsids) {
     };
     for (const auto& [bytes, text] : ssids)
         EXPECT_EQ(text, host::network::SsidText(std::vector<uint8_t>(bytes.begin(), bytes.end())));
+}
+
+TEST(HostNetwork, WithoutASystemBusEverythingFailsWithThePlatformsCodes) {
+    host_test::TempRoot root;
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + root.path() + "/no-bus").c_str(), 1);
+    EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_initialize());
+    EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_deinitialize());
+    EXPECT_EQ(WIFI_ERROR_INVALID_PARAMETER, wifi_set_connection_state_changed_cb(nullptr, nullptr));
+    EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED,
+              wifi_set_connection_state_changed_cb([](wifi_connection_state_e, wifi_ap_h, void*) {},
+                                                   nullptr));
+    char* essid = reinterpret_cast<char*>(1);
+    EXPECT_EQ(WIFI_ERROR_INVALID_PARAMETER, wifi_ap_get_essid(nullptr, &essid));
+    EXPECT_EQ(nullptr, essid);
+
+    connection_h handle = reinterpret_cast<connection_h>(1);
+    EXPECT_EQ(CONNECTION_ERROR_OPERATION_FAILED, connection_create(&handle));
+    EXPECT_EQ(nullptr, handle);
+    EXPECT_EQ(CONNECTION_ERROR_INVALID_PARAMETER, connection_create(nullptr));
+    EXPECT_EQ(CONNECTION_ERROR_INVALID_PARAMETER, connection_destroy(nullptr));
+}
+
+void Drop(GVariant* value) {
+    if (value != nullptr)
+        g_variant_unref(value);
+}
+
+// python3-dbusmock's NetworkManager on the private bus, with the properties a client reads
+// that its template lacks.
+class MockNetworkManager {
+public:
+    explicit MockNetworkManager(const std::string& address) {
+        GError* error = nullptr;
+        const char* argv[] = {"/usr/bin/python3", "-m",   "dbusmock", "--system", "--template",
+                              "networkmanager",   nullptr};
+        if (!g_spawn_async(
+                nullptr, const_cast<char**>(argv), nullptr,
+                static_cast<GSpawnFlags>(G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL),
+                nullptr, nullptr, &pid_, &error)) {
+            ADD_FAILURE() << error->message;
+            g_clear_error(&error);
+            return;
+        }
+        bus_ = g_dbus_connection_new_for_address_sync(
+            address.c_str(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, &error);
+        if (bus_ == nullptr) {
+            ADD_FAILURE() << error->message;
+            g_clear_error(&error);
+            return;
+        }
+        bool owned = false;
+        guint watch = g_bus_watch_name_on_connection(
+            bus_, kNm, G_BUS_NAME_WATCHER_FLAGS_NONE,
+            [](GDBusConnection*, const gchar*, const gchar*, gpointer flag) {
+                *static_cast<bool*>(flag) = true;
+            },
+            nullptr, &owned, nullptr);
+        ready_ = host_test::RunLoopUntil([&] { return owned; }, 30000);
+        g_bus_unwatch_name(watch);
+        if (!ready_)
+            return;
+        AddProperty(kNmPath, kNm, "PrimaryConnection", g_variant_new_object_path("/"));
+        AddProperty(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string(""));
+        wifi_ = Text(Mock(kNmPath, "AddWiFiDevice", g_variant_new("(ssi)", "wlan0", "wlan0", 30)));
+        AddProperty(wifi_, kWireless, "ActiveAccessPoint", g_variant_new_object_path("/"));
+    }
+    ~MockNetworkManager() {
+        if (bus_ != nullptr)
+            g_object_unref(bus_);
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    bool ready() const { return ready_; }
+    const std::string& wifi() const { return wifi_; }
+
+    GVariant* Mock(const std::string& path, const char* method, GVariant* args) {
+        GError* error = nullptr;
+        GVariant* reply = g_dbus_connection_call_sync(
+            bus_, kNm, path.c_str(), "org.freedesktop.DBus.Mock", method, args, nullptr,
+            G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
+        EXPECT_NE(reply, nullptr) << method << ": " << (error ? error->message : "");
+        g_clear_error(&error);
+        return reply;
+    }
+    void Set(const std::string& path, const char* interface, const char* name, GVariant* value) {
+        Drop(Mock(kNmPath, "SetProperty",
+                  g_variant_new("(sssv)", path.c_str(), interface, name, value)));
+    }
+    // wlan0 on an RSN access point "Home" with these flags, as its primary connection.
+    void Join(uint32_t rsn_flags) {
+        const std::string ap =
+            Text(Mock(kNmPath, "AddAccessPoint",
+                      g_variant_new("(ssssuuuyu)", wifi_.c_str(), "home", "Home",
+                                    "00:11:22:33:44:55", 2u, 2437u, 54000u, 80, 0x100u)));
+        const std::string connection =
+            Text(Mock(kNmPath, "AddWiFiConnection",
+                      g_variant_new("(ssss)", wifi_.c_str(), "home", "Home", "")));
+        Set(ap, kAccessPoint, "RsnFlags", g_variant_new_uint32(rsn_flags));
+        Set(ap, kAccessPoint, "WpaFlags", g_variant_new_uint32(0));
+        Set(wifi_, kWireless, "ActiveAccessPoint", g_variant_new_object_path(ap.c_str()));
+        Set(kNmPath, kNm, "PrimaryConnection",
+            g_variant_new_object_path("/org/freedesktop/NetworkManager/ActiveConnection/home"));
+        Set(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string("802-11-wireless"));
+        const char* devices[] = {wifi_.c_str()};
+        Drop(Mock(kNmPath, "AddActiveConnection",
+                  g_variant_new("(@assssu)", g_variant_new_strv(devices, 1), connection.c_str(),
+                                ap.c_str(), "home", 2u)));
+    }
+
+    static constexpr const char* kNm = "org.freedesktop.NetworkManager";
+    static constexpr const char* kNmPath = "/org/freedesktop/NetworkManager";
+    static constexpr const char* kWireless = "org.freedesktop.NetworkManager.Device.Wireless";
+    static constexpr const char* kDevice = "org.freedesktop.NetworkManager.Device";
+    static constexpr const char* kAccessPoint = "org.freedesktop.NetworkManager.AccessPoint";
+
+private:
+    static std::string Text(GVariant* reply) {
+        if (reply == nullptr)
+            return std::string();
+        const gchar* text = nullptr;
+        g_variant_get(reply, "(&s)", &text);
+        std::string copy = text;
+        g_variant_unref(reply);
+        return copy;
+    }
+    void AddProperty(const std::string& path, const char* interface, const char* name,
+                     GVariant* value) {
+        Drop(Mock(path, "AddProperty", g_variant_new("(ssv)", interface, name, value)));
+    }
+
+    GPid pid_ = 0;
+    GDBusConnection* bus_ = nullptr;
+    bool ready_ = false;
+    std::string wifi_;
+};
+
+struct Deliveries {
+    std::vector<wifi_connection_state_e> states;
+    std::vector<std::string> ssids;  // "-" when there was no access point
+    bool all_on_main_thread = true;
+    GThread* main_thread = g_thread_self();
+};
+
+void Record(wifi_connection_state_e state, wifi_ap_h ap, void* data) {
+    auto* deliveries = static_cast<Deliveries*>(data);
+    deliveries->states.push_back(state);
+    char* essid = nullptr;
+    deliveries->ssids.push_back(wifi_ap_get_essid(ap, &essid) == WIFI_ERROR_NONE ? essid : "-");
+    g_free(essid);
+    deliveries->all_on_main_thread &= g_thread_self() == deliveries->main_thread;
+}
+
+// "type/security/encryption" of a new connection handle, or "error <code>".
+std::string Connection() {
+    connection_h handle = nullptr;
+    int ret = connection_create(&handle);
+    if (ret != CONNECTION_ERROR_NONE)
+        return "error " + std::to_string(ret);
+    connection_type_e type = CONNECTION_TYPE_DISCONNECTED;
+    connection_profile_h profile = nullptr;
+    connection_wifi_security_type_e security = kOpen;
+    connection_wifi_encryption_type_e encryption = kNone;
+    connection_get_type(handle, &type);
+    std::string text = std::to_string(type);
+    if (connection_get_current_profile(handle, &profile) == CONNECTION_ERROR_NONE &&
+        connection_profile_get_wifi_security_type(profile, &security) == CONNECTION_ERROR_NONE &&
+        connection_profile_get_wifi_encryption_type(profile, &encryption) == CONNECTION_ERROR_NONE)
+        text += "/" + std::to_string(security) + "/" + std::to_string(encryption);
+    EXPECT_EQ(CONNECTION_ERROR_NONE, connection_destroy(handle));
+    return text;
+}
+
+TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
+    host_test::TempRoot root;
+    host_test::PrivateBus bus(root.path());
+    ASSERT_FALSE(bus.address().empty());
+
+    // NetworkManager is not there yet: Wi-Fi still initialises, connections fail.
+    ASSERT_EQ(WIFI_ERROR_NONE, wifi_initialize());
+    Deliveries first;
+    ASSERT_EQ(WIFI_ERROR_NONE, wifi_set_connection_state_changed_cb(Record, &first));
+    EXPECT_EQ("error " + std::to_string(CONNECTION_ERROR_OPERATION_FAILED), Connection());
+
+    MockNetworkManager nm(bus.address());
+    ASSERT_TRUE(nm.ready());
+    // Associating, then configuring, then activated: each is one delivery, in order.
+    nm.Set(nm.wifi(), MockNetworkManager::kDevice, "State", g_variant_new_uint32(50));
+    ASSERT_TRUE(host_test::RunLoopUntil([&] { return first.states.size() == 1; }));
+    nm.Set(nm.wifi(), MockNetworkManager::kDevice, "State", g_variant_new_uint32(70));
+    ASSERT_TRUE(host_test::RunLoopUntil([&] { return first.states.size() == 2; }));
+    nm.Join(kPsk | kPairCcmp | kGroupCcmp);
+    ASSERT_TRUE(host_test::RunLoopUntil([&] { return first.states.size() >= 3; }));
+    EXPECT_EQ((std::vector<wifi_connection_state_e>{WIFI_CONNECTION_STATE_ASSOCIATION,
+                                                    WIFI_CONNECTION_STATE_CONFIGURATION,
+                                                    WIFI_CONNECTION_STATE_CONNECTED}),
+              first.states);
+    EXPECT_EQ("Home", first.ssids.back());
+    EXPECT_TRUE(first.all_on_main_thread);
+    EXPECT_EQ("1/3/3", Connection());  // Wi-Fi, WPA2-PSK, AES
+
+    // Registered anew: the first callback hears nothing more, the second one counts
+    // changes from its own start.
+    ASSERT_EQ(WIFI_ERROR_NONE, wifi_unset_connection_state_changed_cb());
+    Deliveries second;
+    ASSERT_EQ(WIFI_ERROR_NONE, wifi_set_connection_state_changed_cb(Record, &second));
+    Drop(nm.Mock(MockNetworkManager::kNmPath, "SetDeviceDisconnected",
+                 g_variant_new("(s)", nm.wifi().c_str())));
+    ASSERT_TRUE(host_test::RunLoopUntil([&] { return second.states.size() == 1; }));
+    EXPECT_EQ("0", Connection());  // a Wi-Fi primary connection without its device is none
+    nm.Set(nm.wifi(), MockNetworkManager::kDevice, "State", g_variant_new_uint32(100));
+    ASSERT_TRUE(host_test::RunLoopUntil([&] { return second.states.size() == 2; }));
+    EXPECT_EQ((std::vector<wifi_connection_state_e>{WIFI_CONNECTION_STATE_DISCONNECTED,
+                                                    WIFI_CONNECTION_STATE_CONNECTED}),
+              second.states);
+    EXPECT_EQ(3u, first.states.size());
+
+    // After deinitialising, connections still read NetworkManager on their own.
+    EXPECT_EQ(WIFI_ERROR_NONE, wifi_deinitialize());
+    EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_deinitialize());
+    EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_unset_connection_state_changed_cb());
+    EXPECT_EQ("1/3/3", Connection());
 }
 
 }  // namespace
