@@ -1,7 +1,8 @@
 """Wi-Fi security from NetworkManager, end to end: python3-dbusmock's NetworkManager stands
 in for the real one on the test's private system bus, the real daemon decides requests in
 access-notification mode 0 ("secure network": a new device on a secure Wi-Fi is stored
-without a prompt). Each case checks the reply and the daemon's own lines for the verdict."""
+without a prompt). Each case checks the reply and the daemon's own lines for the verdict;
+quillon-platform network shows the same view to an operator."""
 
 import os
 import subprocess
@@ -174,6 +175,12 @@ class NetworkSecurity(qh.QuillonTestCase):
         apps = self.root.platform("apps").stdout.splitlines()
         return not [a for a in apps if a.startswith("running\t") and qh.UX_APP_ID in a]
 
+    def network_tool(self):
+        result = subprocess.run([qh.program("quillon-platform"), "network"],
+                                env=self.root.env(self.bus.env()), capture_output=True,
+                                text=True, timeout=30)
+        return result.returncode, result.stdout.splitlines()
+
     def test_only_a_psk_network_with_aes_stores_new_devices_without_a_prompt(self):
         self.start_bus()
         nm = self.start_network_manager()
@@ -181,6 +188,14 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.serve()
         self.expect_log(SECURE)
         self.request(1, 0, "m_bSecurity [1]", STORED_SILENTLY)
+        status, lines = self.network_tool()
+        self.assertEqual(0, status)
+        for line in ('connection: wifi (802-11-wireless "home")',
+                     "wifi device: wlan0 connected (NetworkManager state 100)", "ssid: Home",
+                     "access point: flags 0x1 wpa 0x0 rsn 0x188", "security: wpa2-psk (3)",
+                     "encryption: aes (3)"):
+            self.assertIn(line, lines)
+        self.assertTrue(lines[-1].startswith("verdict: secure: "), lines)
 
         # A disconnect clears the security at once, even before NetworkManager has
         # replaced its primary connection: a Wi-Fi that is not activated is no Wi-Fi.
@@ -196,6 +211,10 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.expect_log("Wifi Security level is NOT OK TYPE[3] ENCRYPTION[2]", "AP is [Cafe]",
                         CONNECTED_INSECURE)
         self.request(3, 2, "NOT OK TYPE[3] ENCRYPTION[2]", "m_bSecurity [0]")
+        status, lines = self.network_tool()
+        self.assertEqual(0, status)
+        self.assertIn("encryption: tkip (2)", lines)
+        self.assertIn("verdict: not secure: the encryption is neither aes nor tkip+aes", lines)
 
         nm.leave("cafe")
         self.expect_log(DISCONNECTED)
@@ -225,6 +244,9 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
                         NO_MANAGER)
         self.request(1, 2, NO_MANAGER)
+        status, lines = self.network_tool()
+        self.assertEqual((1, "verdict: not secure: NetworkManager is not on the system bus"),
+                         (status, lines[-1]))
 
         nm = self.start_network_manager()
         nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
