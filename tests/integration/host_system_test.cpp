@@ -3,11 +3,9 @@
 // and systemd's watchdog.
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -56,46 +54,17 @@ protected:
     void TearDown() override {
         device_power_unsubscribe_standby(RecordStandby);
         device_power_unsubscribe_standby(RecordStandbyToo);
-        if (bus_pid_ > 0)
-            kill(bus_pid_, SIGTERM);
     }
 
-    // A private message bus that lets anyone own any name, standing in for the system bus
-    // with logind on it; its address goes to DBUS_SYSTEM_BUS_ADDRESS.
+    // A private bus standing in for the system bus with logind on it.
     std::string StartBus() {
-        const std::string config = root_ + "/bus.conf";
-        std::ofstream(config) << "<busconfig><type>session</type>"
-                              << "<listen>unix:path=" << root_ << "/bus</listen>"
-                              << "<auth>EXTERNAL</auth><policy context=\"default\">"
-                              << "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                              << "<allow eavesdrop=\"true\"/><allow own=\"*\"/>"
-                              << "</policy></busconfig>";
-        std::string config_arg = "--config-file=" + config;
-        std::vector<char*> argv = {const_cast<char*>("dbus-daemon"), &config_arg[0],
-                                   const_cast<char*>("--nofork"),
-                                   const_cast<char*>("--print-address=1"), nullptr};
-        gint out_fd = -1;
-        GError* error = nullptr;
-        EXPECT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH,
-                                             nullptr, nullptr, &bus_pid_, nullptr, &out_fd, nullptr,
-                                             &error))
-            << (error ? error->message : "");
-        g_clear_error(&error);
-        if (out_fd < 0)
-            return std::string();
-        // dbus-daemon prints its address once it listens; the read waits for that line.
-        std::string address;
-        char c = 0;
-        while (read(out_fd, &c, 1) == 1 && c != '\n')
-            address += c;
-        close(out_fd);
-        setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
-        return address;
+        bus_ = std::make_unique<host_test::PrivateBus>(root_);
+        return bus_->address();
     }
 
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
-    GPid bus_pid_ = 0;
+    std::unique_ptr<host_test::PrivateBus> bus_;
 };
 
 // "result/flag" of a feature-flag read that starts from `before`.

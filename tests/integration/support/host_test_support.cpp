@@ -1,7 +1,9 @@
 #include "host_test_support.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +33,42 @@ TempRoot::~TempRoot() {
     std::error_code ignored;
     if (!path_.empty()) {
         fs::remove_all(path_, ignored);
+    }
+}
+
+PrivateBus::PrivateBus(const std::string& dir) {
+    const std::string config = dir + "/bus.conf";
+    WriteFile(config, "<busconfig><type>session</type><listen>unix:path=" + dir +
+                          "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                          "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>");
+    std::string config_arg = "--config-file=" + config;
+    std::vector<char*> argv = {const_cast<char*>("dbus-daemon"), &config_arg[0],
+                               const_cast<char*>("--nofork"),
+                               const_cast<char*>("--print-address=1"), nullptr};
+    gint out_fd = -1;
+    GError* error = nullptr;
+    GPid pid = 0;
+    if (!g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
+                                  nullptr, &pid, nullptr, &out_fd, nullptr, &error)) {
+        ADD_FAILURE() << "dbus-daemon: " << (error ? error->message : "");
+        g_clear_error(&error);
+        return;
+    }
+    pid_ = pid;
+    // dbus-daemon prints its address once it listens; the read waits for that line.
+    char c = 0;
+    while (read(out_fd, &c, 1) == 1 && c != '\n')
+        address_ += c;
+    close(out_fd);
+    EXPECT_FALSE(address_.empty()) << "dbus-daemon printed no address";
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+}
+
+PrivateBus::~PrivateBus() {
+    if (pid_ > 0) {
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
     }
 }
 

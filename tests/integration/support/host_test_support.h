@@ -22,6 +22,22 @@ private:
     std::string path_;
 };
 
+// A private message bus that lets anyone own any name and call anything, standing in for
+// the system bus: DBUS_SYSTEM_BUS_ADDRESS names it from construction on, and it ends with
+// the object. address() is empty when it could not start (the test has failed then).
+class PrivateBus {
+public:
+    explicit PrivateBus(const std::string& dir);
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+    const std::string& address() const { return address_; }
+
+private:
+    int pid_ = 0;
+    std::string address_;
+};
+
 struct ToolResult {
     int status = -1;  // the exit status, -1 when it did not exit normally
     std::string out;

@@ -1,0 +1,269 @@
+"""Wi-Fi security from NetworkManager, end to end: python3-dbusmock's NetworkManager stands
+in for the real one on the test's private system bus, the real daemon decides requests in
+access-notification mode 0 ("secure network": a new device on a secure Wi-Fi is stored
+without a prompt). Each case checks the reply and the daemon's own lines for the verdict;
+quillon-platform network shows the same view to an operator."""
+
+import os
+import subprocess
+import sys
+import unittest
+
+from gi.repository import Gio, GLib
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import quillon_bus as qb  # noqa: E402
+import quillon_harness as qh  # noqa: E402
+
+NM = "org.freedesktop.NetworkManager"
+NM_PATH = "/org/freedesktop/NetworkManager"
+SETTINGS_PATH = NM_PATH + "/Settings"
+ACTIVE_PATH = NM_PATH + "/ActiveConnection/"
+WIRELESS = NM + ".Device.Wireless"
+ACCESS_POINT = NM + ".AccessPoint"
+MOCK = "org.freedesktop.DBus.Mock"
+DEVICE_DISCONNECTED, DEVICE_ACTIVATED, CONNECTION_ACTIVATED = 30, 100, 2
+# Access point flags: privacy; WPA/RSN: PSK key management with its pairwise and group ciphers.
+PRIVACY = 0x1
+PSK_CCMP = 0x100 | 0x08 | 0x80
+PSK_TKIP = 0x100 | 0x04 | 0x40
+
+SECURE = "Wifi Security is OK [3][3]"
+CONNECTED_SECURE = "Wifi Connected : Security[1]"
+CONNECTED_INSECURE = "Wifi Connected : Security[0]"
+DISCONNECTED = "Wifi Diconnected [0]"
+STORED_SILENTLY = "Security condition accepted. No noti"
+NO_MANAGER = "Connection creation failed.[-1]"
+ABSENT = "host platform: NetworkManager is not on the system bus"
+
+
+class MockNetworkManager:
+    """The dbusmock template on the bus with one Wi-Fi device, wlan0, and the properties a
+    client reads that the template lacks: the manager's PrimaryConnection and
+    PrimaryConnectionType and the device's ActiveAccessPoint."""
+
+    def __init__(self, bus):
+        self.bus = bus
+        env = dict(os.environ)
+        env.update(bus.env())
+        self.process = subprocess.Popen(
+            ["/usr/bin/python3", "-m", "dbusmock", "--system", "--template", "networkmanager"],
+            env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        if not qh.wait_until(lambda: bus.name_has_owner(NM), 20.0):
+            self.stop()
+            raise AssertionError("the NetworkManager mock did not take its name")
+        flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
+                 Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
+        self.conn = Gio.DBusConnection.new_for_address_sync(bus.address, flags, None, None)
+        self.networks = {}  # name -> (access point, connection settings)
+        self.primary = ""
+        self.add_property(NM_PATH, NM, "PrimaryConnection", GLib.Variant("o", "/"))
+        self.add_property(NM_PATH, NM, "PrimaryConnectionType", GLib.Variant("s", ""))
+        self.wifi = self.mock("AddWiFiDevice", "(ssi)", ("wlan0", "wlan0", DEVICE_DISCONNECTED))
+        self.add_property(self.wifi, WIRELESS, "ActiveAccessPoint", GLib.Variant("o", "/"))
+
+    def mock(self, method, signature, args, path=NM_PATH):
+        reply = self.conn.call_sync(NM, path, MOCK, method, GLib.Variant(signature, args),
+                                    None, Gio.DBusCallFlags.NONE, 10000, None).unpack()
+        return reply[0] if reply else None
+
+    def add_property(self, path, interface, name, value):
+        self.mock("AddProperty", "(ssv)", (interface, name, value), path)
+
+    def set(self, path, interface, name, value):
+        self.mock("SetProperty", "(sssv)", (path, interface, name, value))
+
+    def set_primary(self, name, kind):
+        path = ACTIVE_PATH + name if name else "/"
+        self.set(NM_PATH, NM, "PrimaryConnection", GLib.Variant("o", path))
+        self.set(NM_PATH, NM, "PrimaryConnectionType", GLib.Variant("s", kind))
+        self.primary = name
+
+    def join(self, name, ssid, flags, wpa, rsn):
+        """Associates wlan0 with the network: access point and primary connection first, the
+        device turns activated last, as NetworkManager's clients see it."""
+        if name not in self.networks:
+            # The template makes a connection only for an access point it knows as PSK or
+            # open; the flags are the test's once it is made.
+            ap = self.mock("AddAccessPoint", "(ssssuuuyu)",
+                           (self.wifi, name, name, "00:11:22:33:44:55", 2, 2437, 54000, 80,
+                            0x100))
+            connection = self.mock("AddWiFiConnection", "(ssss)", (self.wifi, name, name, ""))
+            self.networks[name] = (ap, connection)
+        ap, connection = self.networks[name]
+        for prop, value in (("Flags", GLib.Variant("u", flags)),
+                            ("WpaFlags", GLib.Variant("u", wpa)),
+                            ("RsnFlags", GLib.Variant("u", rsn)),
+                            ("Ssid", GLib.Variant("ay", ssid))):
+            self.set(ap, ACCESS_POINT, prop, value)
+        self.set(self.wifi, WIRELESS, "ActiveAccessPoint", GLib.Variant("o", ap))
+        self.set_primary(name, "802-11-wireless")
+        self.mock("AddActiveConnection", "(assssu)",
+                  ([self.wifi], connection, ap, name, CONNECTION_ACTIVATED))
+
+    def leave(self, name):
+        """The Wi-Fi connection goes (and stops being the primary one); the device turns
+        disconnected last."""
+        if self.primary == name:
+            self.set_primary("", "")
+        self.set(self.wifi, WIRELESS, "ActiveAccessPoint", GLib.Variant("o", "/"))
+        self.mock("RemoveActiveConnection", "(ss)", (self.wifi, ACTIVE_PATH + name))
+
+    def plug_ethernet(self):
+        """eth0 activated as the primary connection, the Wi-Fi device untouched."""
+        eth = self.mock("AddEthernetDevice", "(ssi)", ("eth0", "eth0", DEVICE_ACTIVATED))
+        settings = {"connection": {"id": GLib.Variant("s", "Wired"),
+                                   "type": GLib.Variant("s", "802-3-ethernet")}}
+        connection = self.conn.call_sync(
+            NM, SETTINGS_PATH, NM + ".Settings", "AddConnection",
+            GLib.Variant("(a{sa{sv}})", (settings,)), None, Gio.DBusCallFlags.NONE, 10000,
+            None).unpack()[0]
+        self.set_primary("wired", "802-3-ethernet")
+        self.mock("AddActiveConnection", "(assssu)",
+                  ([eth], connection, "/", "wired", CONNECTION_ACTIVATED))
+
+    def stop(self):
+        if getattr(self, "conn", None) is not None:
+            self.conn.close_sync(None)
+            self.conn = None
+        if self.process.poll() is None:
+            self.process.terminate()
+            self.process.wait(timeout=10)
+
+
+class NetworkSecurity(qh.QuillonTestCase):
+
+    def start_network_manager(self):
+        nm = MockNetworkManager(self.bus)
+        self.addCleanup(nm.stop)
+        return nm
+
+    def serve(self):
+        """Mode 0 and a prompt that answers "undecided", so a device asked about stays new."""
+        if self.bus is None:
+            self.start_bus()
+        self.root.init()
+        self.root.platform("set-int", "db/menu/network/devicemanager/accessnoti", "0")
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
+        self.daemon = self.start_serving_daemon({"QUILLON_UX_ANSWER": "undecided"})
+        self.client = qb.BusClient(self.bus.address)
+        self.addCleanup(self.client.close)
+        self.mark = 0
+
+    def expect_log(self, *texts):
+        """Each text in a line of the daemon's log, in this order, after the last one
+        expected before."""
+        for text in texts:
+            line = self.daemon.log.wait_for(text, 15.0, start=self.mark)
+            self.assertIsNotNone(line, f"no '{text}' after line {self.mark} of:\n"
+                                 + self.daemon.log.text())
+            self.mark = self.daemon.log.lines().index(line, self.mark) + 1
+
+    def request(self, number, expected, *log):
+        """A new device (its Wi-Fi address numbered) asks; the reply and the daemon's lines
+        for its verdict. An asked device's prompt is gone again before this returns."""
+        mac = f"AA:BB:CC:DD:EE:{number:02X}"
+        self.mark = len(self.daemon.log.lines())
+        self.assertEqual((expected,), self.client.call(
+            "pxm_request_access", qb.record(name=f"Phone {number}", wifi=mac)))
+        self.expect_log(*log)
+        if expected == 2:
+            self.expect_log("NOTI HERE", "quillon-ux: answered status 2")
+            self.assertTrue(qh.wait_until(self.no_prompt, 15.0), "the prompt is still running")
+
+    def no_prompt(self):
+        apps = self.root.platform("apps").stdout.splitlines()
+        return not [a for a in apps if a.startswith("running\t") and qh.UX_APP_ID in a]
+
+    def network_tool(self):
+        result = subprocess.run([qh.program("quillon-platform"), "network"],
+                                env=self.root.env(self.bus.env()), capture_output=True,
+                                text=True, timeout=30)
+        return result.returncode, result.stdout.splitlines()
+
+    def test_only_a_psk_network_with_aes_stores_new_devices_without_a_prompt(self):
+        self.start_bus()
+        nm = self.start_network_manager()
+        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        self.serve()
+        self.expect_log(SECURE)
+        self.request(1, 0, "m_bSecurity [1]", STORED_SILENTLY)
+        status, lines = self.network_tool()
+        self.assertEqual(0, status)
+        for line in ('connection: wifi (802-11-wireless "home")',
+                     "wifi device: wlan0 connected (NetworkManager state 100)", "ssid: Home",
+                     "access point: flags 0x1 wpa 0x0 rsn 0x188", "security: wpa2-psk (3)",
+                     "encryption: aes (3)"):
+            self.assertIn(line, lines)
+        self.assertTrue(lines[-1].startswith("verdict: secure: "), lines)
+
+        # A disconnect clears the security at once, even before NetworkManager has
+        # replaced its primary connection: a Wi-Fi that is not activated is no Wi-Fi.
+        self.mark = len(self.daemon.log.lines())
+        nm.mock("SetDeviceDisconnected", "(s)", (nm.wifi,))
+        self.expect_log(DISCONNECTED)
+        self.request(2, 2, "WIFI is not connected[0]", "m_bSecurity [0]")
+        nm.leave("home")
+
+        # WPA2-PSK with TKIP; an open network whose SSID is not UTF-8.
+        self.mark = len(self.daemon.log.lines())
+        nm.join("cafe", b"Cafe", PRIVACY, 0, PSK_TKIP)
+        self.expect_log("Wifi Security level is NOT OK TYPE[3] ENCRYPTION[2]", "AP is [Cafe]",
+                        CONNECTED_INSECURE)
+        self.request(3, 2, "NOT OK TYPE[3] ENCRYPTION[2]", "m_bSecurity [0]")
+        status, lines = self.network_tool()
+        self.assertEqual(0, status)
+        self.assertIn("encryption: tkip (2)", lines)
+        self.assertIn("verdict: not secure: the encryption is neither aes nor tkip+aes", lines)
+
+        nm.leave("cafe")
+        self.expect_log(DISCONNECTED)
+        nm.join("open", b"Caf\xe9\\\n", 0, 0, 0)
+        self.expect_log("NOT OK TYPE[0] ENCRYPTION[0]", "AP is [Caf\\xe9\\\\\\x0a]",
+                        CONNECTED_INSECURE)
+        self.request(4, 2, "NOT OK TYPE[0] ENCRYPTION[0]")
+
+        nm.leave("open")
+        self.expect_log(DISCONNECTED)
+
+        # Back on the secure network: restored without a request in between.
+        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        self.expect_log(SECURE, "AP is [Home]", CONNECTED_SECURE)
+        self.request(5, 0, "m_bSecurity [1]", STORED_SILENTLY)
+
+        # An Ethernet cable beside it: the Wi-Fi stays up but is no longer the connection.
+        nm.plug_ethernet()
+        self.expect_log("WIFI is not connected[3]", CONNECTED_INSECURE)
+        self.request(6, 2, "WIFI is not connected[3]", "m_bSecurity [0]")
+        elements, count = self.client.call("pxm_get_list")
+        self.assertEqual((2, ["Phone 1", "Phone 5"]), (count, [e[0] for e in elements]))
+
+    def test_network_manager_coming_late_and_restarting_is_followed(self):
+        self.serve()
+        # Start-up did not wait for it, and says once why the network is unknown.
+        self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
+                        NO_MANAGER)
+        self.request(1, 2, NO_MANAGER)
+        status, lines = self.network_tool()
+        self.assertEqual((1, "verdict: not secure: NetworkManager is not on the system bus"),
+                         (status, lines[-1]))
+
+        nm = self.start_network_manager()
+        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        self.expect_log("host platform: NetworkManager is on the system bus", SECURE,
+                        CONNECTED_SECURE)
+        self.request(2, 0, STORED_SILENTLY)
+
+        nm.stop()
+        self.expect_log("host platform: NetworkManager left the system bus", DISCONNECTED)
+        self.request(3, 2, NO_MANAGER)
+
+        nm = self.start_network_manager()
+        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        self.expect_log("host platform: NetworkManager is on the system bus", CONNECTED_SECURE)
+        self.request(4, 0, STORED_SILENTLY)
+        self.assertEqual(1, self.daemon.log.text().count(ABSENT))
+
+
+if __name__ == "__main__":
+    unittest.main()
