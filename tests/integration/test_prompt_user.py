@@ -68,10 +68,12 @@ class PromptAsUser(qh.QuillonTestCase):
         self.addCleanup(client.close)
         return daemon, client
 
-    def ask(self, client, bt):
+    def ask(self, client, bt, exclude=()):
+        """The pid of the prompt the request launched (not one of exclude, which may still
+        be on its way out)."""
         self.assertEqual((2,), client.call("pxm_request_access", qb.record(name="Phone", bt=bt)))
-        pids = []
-        self.assertTrue(qh.wait_until(lambda: pids.extend(self.prompt_pids()) or pids, 15.0))
+        pids = qh.wait_until(lambda: [p for p in self.prompt_pids() if p not in exclude], 15.0)
+        self.assertTrue(pids)
         return pids[0]
 
     def prompt_program(self):
@@ -112,7 +114,7 @@ class PromptAsUser(qh.QuillonTestCase):
         self.assertEqual(0, daemon.stop())
         self.assertFalse(gone(stray), "the prompt went with the daemon")
         daemon = self.start_daemon(wait_for=qh.LOG_NAME_ACQUIRED, prefix=self.prefix)
-        fresh = self.ask(client, "AA:BB:CC:DD:EE:03")
+        fresh = self.ask(client, "AA:BB:CC:DD:EE:03", exclude={stray})
         self.assertIsNotNone(daemon.wait_for_log("Unexpected UX status. Close UX"),
                              daemon.log.text())
         self.assertTrue(qh.wait_until(lambda: gone(stray), 10.0), "the stray stays")
