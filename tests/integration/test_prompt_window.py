@@ -72,10 +72,10 @@ class PromptWindow(qh.QuillonTestCase):
     def window_open(self):
         return self.x("xdotool", "search", "--name", TITLE).returncode == 0
 
-    def test_keys_answer_and_the_verdict_is_stored_and_announced(self):
+    def test_a_click_or_a_key_answers_and_the_verdict_is_stored_and_announced(self):
         self.serve()
         for case, bt, wifi, keys, status in (
-                ("allow", PHONE_BT, PHONE_WIFI, ["Left", "Return"], 0),
+                ("allow", PHONE_BT, PHONE_WIFI, "click", 0),
                 ("not-now", LAPTOP_BT, LAPTOP_WIFI, ["Escape"], 2)):
             with self.subTest(case):
                 start, window = self.ask(case, bt, wifi)
@@ -84,7 +84,17 @@ class PromptWindow(qh.QuillonTestCase):
                 self.assertEqual(0, self.x("import", "-window", "root", str(shot)).returncode)
                 self.assertGreater(shot.stat().st_size, 5000)
                 self.x("xdotool", "windowfocus", "--sync", window)
-                self.assertEqual(0, self.x("xdotool", "key", "--delay", "150", *keys).returncode)
+                if keys == "click":
+                    # Allow is the left button of the row near the bottom of the window.
+                    geometry = dict(line.split("=") for line in self.x(
+                        "xdotool", "getwindowgeometry", "--shell", window).stdout.split())
+                    x = int(int(geometry["WIDTH"]) * 0.19)
+                    y = int(int(geometry["HEIGHT"]) * 0.76)
+                    pressed = self.x("xdotool", "mousemove", "--window", window, str(x), str(y),
+                                     "click", "1")
+                else:
+                    pressed = self.x("xdotool", "key", "--delay", "150", *keys)
+                self.assertEqual(0, pressed.returncode, pressed.stderr)
                 signals = self.client.wait_signals(1, start=start, timeout=15.0)
                 self.assertEqual([(bt, wifi, "0", status)], [s.value for s in signals])
                 # Only the allowed device is stored; Not now leaves the list as it was.
