@@ -2,7 +2,9 @@
 that user in the child before the exec, so the prompt runs with the user's ids and no
 capability at all, whether the daemon runs as root or as its service user with ambient
 capabilities. The daemon still sees the prompt end (death watch) and still closes a prompt it
-did not start (stray clean-up)."""
+did not start (stray clean-up). With --session the prompt goes to the user of the active
+graphical session logind reports, with that session's display; without one it falls back
+with a log line."""
 
 import os
 import signal
@@ -136,6 +138,47 @@ class PromptAsUser(qh.QuillonTestCase):
                                             qb.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
         self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
         self.assertEqual([], self.prompt_pids())
+
+    def test_session_mode_follows_the_active_graphical_session(self):
+        uid, _ = self.system_user(PROMPT_USER)
+        self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(), "--session",
+                           "--env", "QUILLON_UX_ANSWER=none")
+        daemon, client = self.serve("root")
+        # No logind on the bus: the prompt still comes, and the log says why it is not
+        # in a session.
+        first = self.ask(client, "AA:BB:CC:DD:EE:01")
+        self.assertIsNotNone(daemon.wait_for_log("no graphical session to launch it in"),
+                             daemon.log.text())
+        os.kill(first, signal.SIGKILL)
+        self.assertIsNotNone(daemon.wait_for_log(f"UX Terminated >>> {first}"))
+
+        logind = subprocess.Popen(["/usr/bin/python3", "-m", "dbusmock", "--system",
+                                   "--template", "logind"], env=dict(os.environ, **self.bus.env()),
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(logind.wait, 10)
+        self.addCleanup(logind.terminate)
+        self.assertTrue(qh.wait_until(lambda: self.bus.name_has_owner("org.freedesktop.login1"),
+                                      15.0))
+        login1 = ["--dest", "org.freedesktop.login1"]
+        added = self.bus.gdbus("call", *login1, "--object-path", "/org/freedesktop/login1",
+                               "--method", "org.freedesktop.DBus.Mock.AddSession",
+                               "c7", "seat0", str(uid), PROMPT_USER, "true")
+        self.assertEqual(0, added.returncode, added.stderr)
+        made_graphical = self.bus.gdbus(
+            "call", *login1, "--object-path", "/org/freedesktop/login1/session/c7",
+            "--method", "org.freedesktop.DBus.Mock.UpdateProperties",
+            "org.freedesktop.login1.Session", "{'Type': <'x11'>, 'Display': <':42'>}")
+        self.assertEqual(0, made_graphical.returncode, made_graphical.stderr)
+
+        pid = self.ask(client, "AA:BB:CC:DD:EE:02", exclude={first})
+        self.assertIsNotNone(daemon.wait_for_log(f"goes to graphical session c7 of {PROMPT_USER}"),
+                             daemon.log.text())
+        self.assertEqual(str(uid), status_fields(pid)["Uid"][0])
+        with open(f"/proc/{pid}/environ", "rb") as environ:
+            env = environ.read().split(b"\0")
+        self.assertIn(b"DISPLAY=:42", env)
+        self.assertIn(f"XDG_RUNTIME_DIR=/run/user/{uid}".encode(), env)
+        os.kill(pid, signal.SIGTERM)
 
 
 if __name__ == "__main__":
