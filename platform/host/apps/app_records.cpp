@@ -1,9 +1,11 @@
 #include "apps/app_records.h"
 
 #include <unistd.h>
+#include <climits>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <sstream>
 
@@ -101,7 +103,8 @@ bool ParseRecord(const std::string& content, int pid, RunningApp* app) {
             parsed.start_time = number;
             has_start = true;
         } else if (key == "launcher") {
-            if (!ParseNumber(value, &number))
+            // A pid: anything beyond an int is damage, not a number to wrap.
+            if (!ParseNumber(value, &number) || number > static_cast<unsigned long long>(INT_MAX))
                 return false;
             parsed.launcher = static_cast<int>(number);
         }
