@@ -6,6 +6,7 @@ Every helper waits for events with a timeout; none sleeps for a fixed time. Run 
 Debian's /usr/bin/python3 (python3-gi and python3-dbus live there).
 """
 
+import fcntl
 import getpass
 import json
 import os
@@ -48,6 +49,27 @@ def program(name):
     if not path.exists():
         raise unittest.SkipTest(f"{path} is not built")
     return str(path)
+
+
+def system_account(name, groups=None, group_only=False):
+    """(uid, gid) of a system user (or gid of a group) the package's sysusers file would
+    make, made when missing. Never removed: tests in other processes may be using it, and
+    creation is serialised across them."""
+    with open("/tmp/quillon-test-accounts.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        database = "group" if group_only else "passwd"
+        if subprocess.run(["getent", database, name], capture_output=True).returncode != 0:
+            if group_only:
+                subprocess.run(["groupadd", "--system", name], check=True)
+            else:
+                subprocess.run(["useradd", "--system", "--no-create-home", "--user-group",
+                                "--shell", "/usr/sbin/nologin", name], check=True)
+        if groups:
+            subprocess.run(["usermod", "--append", "--groups", groups, name], check=True)
+    if group_only:
+        return int(subprocess.check_output(["getent", "group", name]).split(b":")[2])
+    return (int(subprocess.check_output(["id", "-u", name])),
+            int(subprocess.check_output(["id", "-g", name])))
 
 
 def wait_until(condition, timeout):

@@ -1,7 +1,7 @@
-"""Every bus method of the running daemon, called over a private system bus: the codes it
-answers for a found device, an unknown one and invalid input, the signals that follow
-(with their bodies, and where they stand against the reply), arguments of the wrong type,
-over-long texts, and quillonctl's output and exit statuses."""
+"""The running daemon's bus methods as a client meets them on a private system bus:
+arguments of the wrong type refused by the bus layer, over-long texts cut to the record,
+and quillonctl's output and exit statuses for every command. Each method's codes,
+signals and their order against the reply are proven by the handler tests."""
 
 import json
 import os
@@ -22,12 +22,6 @@ P2P = "AA:BB:CC:DD:EE:03"
 UNKNOWN = "AA:BB:CC:DD:EE:99"
 
 
-def placeholders(element):
-    """The element with empty texts read as the placeholder "0": the daemon stores an
-    absent text as "0" when it saves, so either may be read back."""
-    return tuple("0" if value == "" else value for value in element)
-
-
 class BusMethodsCase(qh.QuillonTestCase):
 
     def setUp(self):
@@ -46,140 +40,6 @@ class BusMethodsCase(qh.QuillonTestCase):
         elements, found = self.client.call(method, mac_ind(mac, ind))
         self.assertEqual(1, len(elements))
         return elements[0], found
-
-
-class QueriesAndRequests(BusMethodsCase):
-
-    def test_a_forced_request_is_answered_then_signalled_and_can_be_read_back(self):
-        start = len(self.client.events)
-        self.assertEqual((0,), self.client.call(
-            "pxm_request_access",
-            qb.record(name="Phone", bt=BT, wifi=WIFI, zel_id="zel-1", mirroring_id="mir-1",
-                      devtype=5, devicon=6, tv_init=1, no_ux=1)))
-        signals = self.client.wait_signals(1, start=start)
-        self.assertEqual([(BT, WIFI, "0", 0)], [s.value for s in signals])
-        self.assertLess(self.client.index("reply", "pxm_request_access", start),
-                        self.client.index("signal", qb.STATUS_CHANGED, start))
-
-        expected = ("Phone", BT, WIFI, "0", 5, 6, 0, 1, 1, 0, "zel-1", "mir-1")
-        element, found = self.device(BT.lower(), 1)
-        self.assertEqual((expected, 1), (placeholders(element), found))
-        element, found = self.device(WIFI, 2)
-        self.assertEqual((expected, 1), (placeholders(element), found))
-        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(UNKNOWN, 1))
-        # The placeholder never matches, and neither does a wrong indicator.
-        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device("0", 3))
-        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(BT, 4))
-
-        elements, count = self.client.call("pxm_get_list")
-        self.assertEqual(([expected], 1), ([placeholders(e) for e in elements], count))
-        self.assertEqual((0,), self.client.call("pxm_get_status", mac_ind(WIFI, 2)))
-        self.assertEqual((-1,), self.client.call("pxm_get_status", mac_ind(UNKNOWN, 2)))
-        self.assertEqual((-1,), self.client.call("pxm_get_status", mac_ind(BT, 9)))
-
-        # The same device again: answered, but nothing changed worth a signal.
-        start = len(self.client.events)
-        self.store_forced(name="Phone", bt=BT, wifi=WIFI, zel_id="zel-1", mirroring_id="mir-1")
-        self.client.flush()
-        self.assertEqual([], self.client.signals(start=start))
-        self.assertIsNotNone(self.daemon.wait_for_log("[DBusServer] No data changed, no CALLBACK"))
-
-    def test_the_reverse_list_is_separate_and_silent(self):
-        start = len(self.client.events)
-        self.assertEqual((0,), self.client.call(
-            "pxm_request_access_reverse", qb.record(name="Back", bt=BT, no_ux=1)))
-        self.assertEqual(([], 0), self.client.call("pxm_get_list"))
-        elements, count = self.client.call("pxm_get_list_reverse")
-        self.assertEqual(1, count)
-        self.assertEqual(("Back", BT), elements[0][:2])
-        element, found = self.device(BT, 1, "pxm_get_device_reverse")
-        self.assertEqual(("Back", 1), (element[0], found))
-        self.assertEqual((qb.NOT_FOUND_ELEMENT, 0), self.device(BT, 1))
-
-        self.assertEqual((0,), self.client.call("pxm_remove_device_reverse", mac_ind(UNKNOWN, 1)))
-        self.assertEqual((1,), self.client.call("pxm_remove_device_reverse", mac_ind(BT, 1)))
-        self.assertEqual(([], 0), self.client.call("pxm_get_list_reverse"))
-        self.client.call("pxm_request_access_reverse", qb.record(name="Back", bt=BT, no_ux=1))
-        # Emptied, yet answered 0: the reverse list has no wake-up tables to clear.
-        self.assertEqual((0,), self.client.call("pxm_remove_all_reverse"))
-        self.assertEqual(([], 0), self.client.call("pxm_get_list_reverse"))
-        self.client.flush()
-        self.assertEqual([], self.client.signals(start=start))
-
-
-class Changes(BusMethodsCase):
-
-    def setUp(self):
-        super().setUp()
-        self.store_forced(name="Phone", bt=BT, wifi=WIFI)
-        self.store_forced(name="Tablet", p2p=P2P, status=1)
-        self.client.flush()
-
-    def test_set_status_answers_each_of_its_codes_and_announces_a_change(self):
-        start = len(self.client.events)
-        self.assertEqual((3,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, -1)))
-        self.assertEqual((3,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, 2)))
-        self.assertEqual((4,), self.client.call("pxm_set_status", mac_ind_value(UNKNOWN, 1, 1)))
-        self.assertEqual((2,), self.client.call("pxm_set_status", mac_ind_value(BT, 1, 0)))
-        self.client.flush()
-        self.assertEqual([], self.client.signals(start=start))
-
-        mark = len(self.client.events)
-        self.assertEqual((1,), self.client.call("pxm_set_status", mac_ind_value(WIFI, 2, 1)))
-        self.assertEqual([(BT, WIFI, "0", 1)],
-                         [s.value for s in self.client.wait_signals(1, start=mark)])
-        # This one is announced before it is answered.
-        self.assertLess(self.client.index("signal", qb.STATUS_CHANGED, mark),
-                        self.client.index("reply", "pxm_set_status", mark))
-        self.assertEqual((1,), self.client.call("pxm_get_status", mac_ind(BT, 1)))
-
-        start = len(self.client.events)
-        self.assertEqual((1,), self.client.call("pxm_set_status", mac_ind_value(P2P, 3, 0)))
-        self.assertEqual([("0", "0", P2P, 0)],
-                         [s.value for s in self.client.wait_signals(1, start=start)])
-        self.assertEqual((0,), self.client.call("pxm_get_status", mac_ind(P2P, 3)))
-
-    def test_mirroring_and_extended_parameters_change_only_what_they_name(self):
-        start = len(self.client.events)
-        method = "pxm_set_tv_init_mirroring_status"
-        self.assertEqual((1,), self.client.call(method, mac_ind_value(BT, 1, 7)))
-        self.assertEqual((0,), self.client.call(method, mac_ind_value(BT, 1, 7)))
-        self.assertEqual((0,), self.client.call(method, mac_ind_value(UNKNOWN, 1, 7)))
-        signals = self.client.wait_signals(1, name=qb.MIRRORING_CHANGED, start=start)
-        self.client.flush()
-        self.assertEqual([(BT, WIFI, "0", 7)], [s.value for s in signals])
-        self.assertEqual([], self.client.signals(qb.STATUS_CHANGED, start))
-        self.assertEqual(7, self.device(BT, 1)[0][7])
-
-        method = "pxm_set_device_extended_param_string"
-        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (BT, 1, "Renamed", 1))))
-        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (WIFI, 2, "zel-9", 2))))
-        self.assertEqual((1,), self.client.call(method, GLib.Variant("(sisi)", (BT, 1, "Nothing", 5))))
-        self.assertEqual((0,), self.client.call(method,
-                                                GLib.Variant("(sisi)", (UNKNOWN, 1, "X", 1))))
-        element = self.device(BT, 1)[0]
-        self.assertEqual(("Renamed", "zel-9"), (element[0], element[10]))
-        self.client.flush()
-        self.assertEqual(1, len(self.client.signals(start=start)))
-
-    def test_removals_are_answered_then_announced(self):
-        start = len(self.client.events)
-        self.assertEqual((1,), self.client.call("pxm_remove_device", mac_ind(P2P.lower(), 3)))
-        self.assertEqual([("0", "0", P2P, 3)],
-                         [s.value for s in self.client.wait_signals(1, start=start)])
-        self.assertLess(self.client.index("reply", "pxm_remove_device", start),
-                        self.client.index("signal", qb.STATUS_CHANGED, start))
-        self.assertEqual((0,), self.client.call("pxm_remove_device", mac_ind(P2P, 3)))
-        self.assertEqual((0,), self.client.call("pxm_remove_device", mac_ind(BT, 4)))
-
-        start = len(self.client.events)
-        for _ in range(2):  # also when there is nothing left to remove
-            self.assertEqual((1,), self.client.call("pxm_remove_all"))
-        signals = self.client.wait_signals(2, start=start)
-        self.assertEqual([("0", "0", "0", 4)] * 2, [s.value for s in signals])
-        self.assertLess(self.client.index("reply", "pxm_remove_all", start),
-                        self.client.index("signal", qb.STATUS_CHANGED, start))
-        self.assertEqual(([], 0), self.client.call("pxm_get_list"))
 
 
 class Robustness(BusMethodsCase):

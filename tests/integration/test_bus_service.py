@@ -99,9 +99,9 @@ class BusService(qh.QuillonTestCase):
     def test_policy_gives_each_caller_only_what_it_may_do(self):
         # The service user owns the name; a member of quillon-prompt may answer a prompt;
         # everyone else may only read. Users the test makes are removed again.
-        service = self.system_user("quillon")
-        self.system_group("quillon-prompt")
-        prompt = self.system_user("quillon-test-prompt", groups="quillon-prompt")
+        service = qh.system_account("quillon")
+        qh.system_account("quillon-prompt", group_only=True)
+        prompt = qh.system_account("quillon-test-prompt", groups="quillon-prompt")
         nobody = (65534, 65534)
         self.start_bus()
         # The unprivileged callers must reach the bus socket; the daemon its root.
@@ -150,21 +150,6 @@ class BusService(qh.QuillonTestCase):
     def as_user(uid, gid, init_groups=False):
         return ["setpriv", f"--reuid={uid}", f"--regid={gid}",
                 "--init-groups" if init_groups else "--clear-groups"]
-
-    def system_group(self, name):
-        if subprocess.run(["getent", "group", name], capture_output=True).returncode != 0:
-            subprocess.run(["groupadd", "--system", name], check=True)
-            self.addCleanup(subprocess.run, ["groupdel", name])
-
-    def system_user(self, name, groups=None):
-        """(uid, gid) of the user, made (and removed at the end) when missing."""
-        if subprocess.run(["getent", "passwd", name], capture_output=True).returncode != 0:
-            extra = ["--groups", groups] if groups else []
-            subprocess.run(["useradd", "--system", "--no-create-home", "--user-group",
-                            "--shell", "/usr/sbin/nologin", *extra, name], check=True)
-            self.addCleanup(subprocess.run, ["userdel", name])
-        return (int(subprocess.check_output(["id", "-u", name])),
-                int(subprocess.check_output(["id", "-g", name])))
 
 
 if __name__ == "__main__":

@@ -41,14 +41,6 @@ def gone(pid):
 @unittest.skipUnless(os.geteuid() == 0, "needs root to launch the prompt as another user")
 class PromptAsUser(qh.QuillonTestCase):
 
-    def system_user(self, name):
-        if subprocess.run(["getent", "passwd", name], capture_output=True).returncode != 0:
-            subprocess.run(["useradd", "--system", "--no-create-home", "--user-group",
-                            "--shell", "/usr/sbin/nologin", name], check=True)
-            self.addCleanup(subprocess.run, ["userdel", name])
-        return (int(subprocess.check_output(["id", "-u", name])),
-                int(subprocess.check_output(["id", "-g", name])))
-
     def prompt_pids(self):
         return [int(line.split("\t")[1]) for line in self.root.platform("apps").stdout.splitlines()
                 if line.startswith("running\t") and qh.UX_APP_ID in line]
@@ -56,7 +48,7 @@ class PromptAsUser(qh.QuillonTestCase):
     def serve(self, daemon_user):
         self.prefix = ()
         if daemon_user != "root":
-            uid, gid = self.system_user(daemon_user)
+            uid, gid = qh.system_account(daemon_user)
             # As the installed unit runs it: the service user, three ambient capabilities.
             self.prefix = ("setpriv", f"--reuid={uid}", f"--regid={gid}", "--init-groups",
                       f"--inh-caps={CAPS}", f"--ambient-caps={CAPS}")
@@ -91,7 +83,7 @@ class PromptAsUser(qh.QuillonTestCase):
         return str(wrapper)
 
     def check_prompt_as_user(self, daemon_user):
-        uid, gid = self.system_user(PROMPT_USER)
+        uid, gid = qh.system_account(PROMPT_USER)
         self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(),
                            "--user", PROMPT_USER, "--env", "QUILLON_UX_ANSWER=none")
         daemon, client = self.serve(daemon_user)
@@ -140,7 +132,7 @@ class PromptAsUser(qh.QuillonTestCase):
         self.assertEqual([], self.prompt_pids())
 
     def test_session_mode_follows_the_active_graphical_session(self):
-        uid, _ = self.system_user(PROMPT_USER)
+        uid, _ = qh.system_account(PROMPT_USER)
         self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(), "--session",
                            "--env", "QUILLON_UX_ANSWER=none")
         daemon, client = self.serve("root")

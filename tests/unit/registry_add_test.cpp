@@ -200,14 +200,14 @@ TEST_F(RegistryAdd, WakeUpTablesFollowTheVerdictAndOnlyMergesTouchThemForTheReve
     EXPECT_EQ(core->mDeviceList.size(), 2u);
 }
 
-// Six allowed Bluetooth devices already stored with the given times, then a seventh added
-// at a later time.
-void AddSeventhAfterSix(CPXMCore* core, bool descending) {
-    const uint64_t base = 1700000000000ULL;
+// Six allowed Bluetooth devices stored with the given time ranks, then a seventh added later.
+void AddSeventhAfterSix(CPXMCore* core, const std::vector<int>& ranks) {
+    core->mDeviceList.clear();
+    fake::Reset();
     for (int i = 1; i <= 6; i++) {
         pxm_core_device_s d = Dev("Stored", Mac("AA:00:00:00:00", i).c_str(),
                                   Mac("11:00:00:00:00", i).c_str(), "", 0);
-        d.accessTime = base + 1000 * static_cast<uint64_t>(descending ? 7 - i : i);
+        d.accessTime = 1700000000000ULL + 1000 * static_cast<uint64_t>(ranks[i - 1]);
         d.keyType = 0;
         core->mDeviceList.push_back(d);
     }
@@ -217,8 +217,10 @@ void AddSeventhAfterSix(CPXMCore* core, bool descending) {
     core->DB_WaitForSaves();
 }
 
+// The table is full when a new oldest entry turned up more than five times in list order,
+// however many Bluetooth records there are.
 TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWereFound) {
-    AddSeventhAfterSix(core, true);
+    AddSeventhAfterSix(core, {6, 5, 4, 3, 2, 1});
     ASSERT_EQ(core->mDeviceList.size(), 6u);
     for (const pxm_core_device_s& rec : core->mDeviceList) {
         EXPECT_STRNE(rec.bt_mac, "AA:00:00:00:00:06");
@@ -229,15 +231,19 @@ TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWer
     EXPECT_EQ(fake::Calls("wowl_del_waker_device").at(0).args[0], "11:00:00:00:00:06");
     EXPECT_TRUE(Contains(fake::HeadlessTable(), "AA:00:00:00:00:07"));
 
-    core->mDeviceList.clear();
-    fake::Reset();
-    AddSeventhAfterSix(core, false);
-    EXPECT_EQ(core->mDeviceList.size(), 7u);
-    EXPECT_TRUE(fake::HasLog("Headless Data Found [1]"));
-    EXPECT_FALSE(fake::HasLog("Headless Data Found [2]"));
-    EXPECT_FALSE(fake::HasLog("HEADLESSBT is full"));
-    EXPECT_TRUE(fake::HasLog("HEADLESSBT can be added", DLOG_INFO));
-    EXPECT_EQ(fake::CallCount("wowl_del_waker_device"), 0u);
+    const struct {
+        std::vector<int> ranks;
+        const char* lastFound;
+    } kept[] = {{{5, 4, 3, 2, 1, 6}, "Headless Data Found [5]"},
+                {{1, 2, 3, 4, 5, 6}, "Headless Data Found [1]"}};
+    for (const auto& row : kept) {
+        AddSeventhAfterSix(core, row.ranks);
+        EXPECT_EQ(core->mDeviceList.size(), 7u) << row.lastFound;
+        EXPECT_TRUE(fake::HasLog(row.lastFound)) << row.lastFound;
+        EXPECT_FALSE(fake::HasLog("HEADLESSBT is full")) << row.lastFound;
+        EXPECT_TRUE(fake::HasLog("HEADLESSBT can be added", DLOG_INFO));
+        EXPECT_EQ(fake::CallCount("wowl_del_waker_device"), 0u);
+    }
 }
 
 }  // namespace
