@@ -79,7 +79,7 @@ TEST_F(AccessDecisionTest, DecisionTable) {
         {1, 0, 0, 0, false, 0, false},   {1, 1, 0, 0, false, 1, false},
         {2, -1, 0, 2, true, 2, true},    {2, 0, 0, 0, false, 2, true},
         {2, 0, 0, 2, false, 0, false},   {2, 0, 0, 0, true, 0, false},
-        {2, 0, 3, 0, false, 0, false},   {2, 1, 3, 0, false, 1, false},
+        {2, 0, 1, 0, false, 0, false},   {2, 1, 3, 0, false, 1, false},
         {5, -1, 0, 0, false, -1, false}, {5, 0, 2, 0, false, -1, false},
     };
     for (const Case& c : cases) {
