@@ -213,12 +213,12 @@ TEST_F(StatusHandlers, RemovalsAreLoggedAndRemoveAllIsUnheardWhenTheTablesStay) 
     EXPECT_TRUE(fake::HasLog("[DBusServer] [NOTI] DEVICE REMOVED", DLOG_WARN, "PXM_LOG"));
     EXPECT_TRUE(fake::HasLog("[DBusServer] pxm_remove_device called. MAC [aa:bb:cc:dd:ee:43](3)"));
     EXPECT_EQ((std::vector<std::string>{"Alpha", "Beta", "Gamma"}), unit::Names(core->mDeviceList));
-    EXPECT_EQ(1u, SignalBodies().size());
+    EXPECT_EQ(std::vector<std::string>{"('0', '0', 'AA:BB:CC:DD:EE:43', 3)"}, SignalBodies());
 
     client.ClearEvents();
     EXPECT_EQ("(1,)", client.Call(kSet, "pxm_remove_all"));
     EXPECT_EQ("(1,)", client.Call(kSet, "pxm_remove_all"));
-    EXPECT_EQ(2u, SignalBodies().size());
+    EXPECT_EQ(std::vector<std::string>(2, "('0', '0', '0', 4)"), SignalBodies());
     core->DB_WaitForSaves();
     EXPECT_TRUE(core->mDeviceList.empty());
     EXPECT_EQ(1u, core->mReverseDeviceList.size());
