@@ -12,7 +12,8 @@ constexpr const char* kSharedCss =
     ".quillon-failure { font-size: 26px; color: #ff8a80; }"
     "button.quillon-action { font-size: 30px; min-width: 220px; min-height: 72px;"
     "  padding: 8px 24px; }"
-    "button.quillon-action:focus { outline: 4px solid #5aa9ff; outline-offset: 2px; }";
+    "button.quillon-action:focus { outline: 4px solid #5aa9ff; outline-offset: 2px; }"
+    "button.quillon-action:disabled { opacity: 0.4; }";
 
 void AddCss(const char* css) {
     GtkCssProvider* provider = gtk_css_provider_new();
