@@ -3,8 +3,9 @@ against the daemon on a private bus: three stored devices (allowed, blocked, und
 named <b>x</b>) and one in the reverse list are shown as text with their verdicts (a
 screenshot is kept in the test's output folder). Keys allow the second device and forget
 another; a change made with quillonctl shows within a second; Forget all with Cancel changes
-nothing; while the daemon is away the window says so, and it reads the list again when the
-daemon is back."""
+nothing; a user outside quillon-manage is refused, told so in one sentence and shown the
+daemon's verdict; while the daemon is away the window says so, and it reads the list again
+when the daemon is back."""
 
 import json
 import os
@@ -120,6 +121,34 @@ class DevicesWindow(qh.QuillonTestCase):
                          [e[0] for e in client.call("pxm_get_list")[0]])
         self.assertEqual(1, client.call("pxm_get_list_reverse")[1])
         self.assertNotIn("pxm_remove_all", self.daemon.log.text())
+
+        # A user outside quillon-manage: the bus refuses, the window says so in one sentence
+        # and still shows the daemon's verdict.
+        if os.geteuid() == 0:
+            for folder in (self.workdir, self.workdir / "bus"):
+                os.chmod(folder, 0o755)
+            guest = subprocess.Popen(
+                ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                 qh.program("quillon-devices")], stderr=subprocess.PIPE,
+                env=dict(ctl_env, DISPLAY=xserver.display, GSK_RENDERER="cairo",
+                         HOME=str(self.workdir), XDG_RUNTIME_DIR=str(self.workdir)))
+            self.addCleanup(guest.stderr.close)
+            self.addCleanup(guest.wait)
+            self.addCleanup(guest.kill)
+            guest_log = qh.LineCollector(guest.stderr)
+            self.assertIsNotNone(guest_log.wait_for("the window lists 3 devices"))
+            ids = xserver.run("xdotool", "search", "--name", TITLE).stdout.split()
+            xserver.run("xdotool", "windowfocus", "--sync", *set(ids) - {window_id})
+            at = len(guest_log.lines())
+            self.keys("Return")
+            self.assertIsNotNone(guest_log.wait_for(
+                "says [This user may not call pxm_set_status: it needs root or membership of "
+                "the group quillon-manage.]", 5.0, at), guest_log.text())
+            self.assertIsNotNone(guest_log.wait_for("name [Phone] verdict [blocked]", 5.0, at))
+            self.assertEqual((1,), client.call("pxm_get_status", qb.mac_ind(PHONE, 1)))
+            guest.terminate()
+            self.assertEqual(0, guest.wait(10))
+            xserver.run("xdotool", "windowfocus", "--sync", window_id)
 
         # The daemon goes and comes back: the window says so, then shows the list again.
         at = len(self.log.lines())
