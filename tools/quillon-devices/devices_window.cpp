@@ -80,11 +80,7 @@ void ShowMessage(Window* w, const std::string& sentence, bool failure) {
 }
 
 int FocusedAction(Window* w) {
-    GtkWidget* focus = gtk_root_get_focus(GTK_ROOT(w->window));
-    for (int i = 0; i < kActionCount; ++i)
-        if (focus == w->actions[i])
-            return i;
-    return -1;
+    return quillon_ux::FocusedButton(w->window, w->actions, kActionCount);
 }
 
 // The next action that can be chosen, step by step from `from`; -1 when none can.

@@ -97,17 +97,9 @@ void OnClicked(GtkButton* button, gpointer data) {
             Answer(prompt, kActions[i].status);
 }
 
-int FocusedAction(Prompt* prompt) {
-    GtkWidget* focus = gtk_root_get_focus(GTK_ROOT(prompt->window));
-    for (int i = 0; i < kActionCount; ++i)
-        if (focus == prompt->buttons[i])
-            return i;
-    return -1;
-}
-
 gboolean OnKey(GtkEventControllerKey*, guint keyval, guint, GdkModifierType, gpointer data) {
     auto* prompt = static_cast<Prompt*>(data);
-    int focused = FocusedAction(prompt);
+    int focused = FocusedButton(prompt->window, prompt->buttons, kActionCount);
     int move = 0;
     switch (ReadRemoteKey(keyval)) {
         case RemoteKey::kBack:

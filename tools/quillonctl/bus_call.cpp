@@ -3,23 +3,9 @@
 #include <cstdio>
 
 #include "exit_status.h"
+#include "policy_groups.h"
 
 namespace quillonctl {
-
-namespace {
-
-// Beside root, the prompt's group may answer a prompt and the owner's group may change
-// verdicts and forget devices; every other change is root's alone.
-std::string GroupHint(const char* method) {
-    const std::string name = method;
-    if (name == "pxm_feedback_ux")
-        return " or membership of the group quillon-prompt";
-    if (name == "pxm_set_status" || name.rfind("pxm_remove_", 0) == 0)
-        return " or membership of the group quillon-manage";
-    return "";
-}
-
-}  // namespace
 
 GDBusConnection* ConnectSystemBus(std::string* error) {
     GError* failure = nullptr;
@@ -46,7 +32,9 @@ GVariant* CallDaemon(GDBusConnection* bus, const char* interface, const char* me
     }
     if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED)) {
         *exit_status = kExitDenied;
-        *error = std::string("permission denied: ") + method + " needs root" + GroupHint(method);
+        const char* group = quillon_tools::GroupAllowedToCall(method);
+        *error = std::string("permission denied: ") + method + " needs root" +
+                 (group ? std::string(" or membership of the group ") + group : "");
     } else if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
                g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
         *error = "the daemon " QUILLON_BUS_NAME " is not on the bus";

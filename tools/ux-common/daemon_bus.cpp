@@ -1,6 +1,6 @@
 #include "daemon_bus.h"
 
-#include <cstring>
+#include "policy_groups.h"
 
 namespace quillon_ux {
 
@@ -8,17 +8,6 @@ namespace {
 
 // Long enough for a daemon busy saving; short enough that a person still sees the failure.
 constexpr int kCallTimeoutMs = 15000;
-
-// Who the bus policy lets make a call beside root.
-const char* GroupAllowedToCall(const char* method) {
-    if (std::strcmp(method, "pxm_feedback_ux") == 0)
-        return "quillon-prompt";
-    for (const char* managed : {"pxm_set_status", "pxm_remove_device", "pxm_remove_device_reverse",
-                                "pxm_remove_all", "pxm_remove_all_reverse"})
-        if (std::strcmp(method, managed) == 0)
-            return "quillon-manage";
-    return nullptr;
-}
 
 struct PendingCall {
     std::string method;
@@ -54,7 +43,7 @@ GDBusConnection* ConnectSystemBus(std::string* error) {
 
 std::string CallFailure(const char* method, const GError* error) {
     if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED)) {
-        const char* group = GroupAllowedToCall(method);
+        const char* group = quillon_tools::GroupAllowedToCall(method);
         return std::string("This user may not call ") + method + ": it needs root" +
                (group ? std::string(" or membership of the group ") + group : "") + ".";
     }

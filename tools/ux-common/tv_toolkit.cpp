@@ -72,4 +72,12 @@ GtkWidget* ActionButton(const char* label) {
     return button;
 }
 
+int FocusedButton(GtkWidget* window, GtkWidget* const* buttons, int count) {
+    GtkWidget* focus = gtk_root_get_focus(GTK_ROOT(window));
+    for (int i = 0; i < count; ++i)
+        if (focus == buttons[i])
+            return i;
+    return -1;
+}
+
 }  // namespace quillon_ux

@@ -23,4 +23,7 @@ GtkWidget* PlainLabel(const std::string& text, const char* css_class, bool centr
 // A big button a remote's focus is seen on.
 GtkWidget* ActionButton(const char* label);
 
+// Which of the count buttons has the window's focus; -1 when none has.
+int FocusedButton(GtkWidget* window, GtkWidget* const* buttons, int count);
+
 }  // namespace quillon_ux
