@@ -5,7 +5,7 @@ screenshot is kept in the test's output folder). Keys allow the second device an
 another; a change made with quillonctl shows within a second; Forget all with Cancel changes
 nothing; a user outside quillon-manage is refused, told so in one sentence and shown the
 daemon's verdict; while the daemon is away the window says so, and it reads the list again
-when the daemon is back."""
+when the daemon is back; Forget all confirmed empties both lists."""
 
 import json
 import os
@@ -160,6 +160,19 @@ class DevicesWindow(qh.QuillonTestCase):
         self.assertEqual([("normal", "Phone", "blocked"), ("normal", "<b>x</b>", "allowed"),
                           ("reverse", "Speaker", "allowed")],
                          [row[:3] for row in self.listing(3, at)])
+
+        # The focus came back on Allow; Left wraps to Forget all, Right to its confirmation.
+        # Both lists empty (the daemon answers 0 for the reverse list even then).
+        at, start = len(self.log.lines()), len(client.events)
+        self.keys("Left", "Return", "Right", "Return")
+        self.assertEqual([("0", "0", "0", 4)],
+                         [s.value for s in client.wait_signals(1, start=start)])
+        self.assertIsNotNone(self.log.wait_for("the window shows [No devices are stored.", 5.0,
+                                               at), self.log.text())
+        self.assertIsNotNone(self.log.wait_for("says [Every device is forgotten.]", 5.0, at))
+        self.assertEqual([([], 0), ([], 0)], [client.call("pxm_get_list"),
+                                              client.call("pxm_get_list_reverse")])
+        self.assertNotIn("still lists", self.log.text())
 
         self.keys("Escape")
         self.assertEqual(0, window.wait(10))
