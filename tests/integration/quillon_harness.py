@@ -317,6 +317,55 @@ class Daemon:
         return status
 
 
+def output_dir():
+    """Where a test leaves what a person may want to look at (screenshots):
+    $QUILLON_TEST_OUTPUT, else test-output/ of the working folder."""
+    path = pathlib.Path(os.environ.get("QUILLON_TEST_OUTPUT", "test-output")).resolve()
+    path.mkdir(parents=True, exist_ok=True)
+    return path
+
+
+X_TOOLS = ("Xvfb", "xdotool", "import")
+
+
+class XServer:
+    """Xvfb on a free display (the server picks it) at a TV's 1280x720, and X clients
+    (xdotool, import) run against it."""
+
+    def __init__(self):
+        read, write = os.pipe()
+        self.process = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x720x24", "-nolisten",
+             "tcp"], pass_fds=(write,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write)
+        with os.fdopen(read) as number:
+            self.display = ":" + number.readline().strip()
+        if self.display == ":":
+            self.stop()
+            raise AssertionError("Xvfb gave no display")
+
+    def run(self, *args, timeout=20):
+        return subprocess.run(list(args), env=dict(os.environ, DISPLAY=self.display),
+                              capture_output=True, text=True, timeout=timeout)
+
+    def find_window(self, title, sync=True):
+        """The id of the first window with this title (waiting for it with sync), or None."""
+        found = self.run("xdotool", "search", *(["--sync"] if sync else []), "--name", title)
+        return found.stdout.split()[0] if found.returncode == 0 else None
+
+    def screenshot(self, name):
+        """The whole screen as output_dir()/name; its path."""
+        shot = output_dir() / name
+        result = self.run("import", "-window", "root", str(shot))
+        if result.returncode != 0:
+            raise AssertionError(f"import failed: {result.stderr}")
+        return shot
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait(10)
+
+
 class QuillonTestCase(unittest.TestCase):
     """Gives each test its own root, and starts a bus and the daemon on request; all of it
     is stopped and removed when the test ends, also when it fails."""
@@ -327,6 +376,14 @@ class QuillonTestCase(unittest.TestCase):
         self.workdir = pathlib.Path(tempfile.mkdtemp(prefix="quillon-run-"))
         self.addCleanup(shutil.rmtree, self.workdir, True)
         self.bus = None
+
+    def start_x(self):
+        """An X server for this test; skips the test when Xvfb or its tools are missing."""
+        if not all(shutil.which(tool) for tool in X_TOOLS):
+            raise unittest.SkipTest("needs Xvfb, xdotool and ImageMagick's import (make deps)")
+        self.xserver = XServer()
+        self.addCleanup(self.xserver.stop)
+        return self.xserver
 
     def start_bus(self):
         self.bus = PrivateSystemBus(self.workdir / "bus")

@@ -97,11 +97,14 @@ class BusService(qh.QuillonTestCase):
     @unittest.skipUnless(os.geteuid() == 0 and shutil.which("setpriv") and
                          shutil.which("useradd"), "needs root to call as other users")
     def test_policy_gives_each_caller_only_what_it_may_do(self):
-        # The service user owns the name; a member of quillon-prompt may answer a prompt;
-        # everyone else may only read. Users the test makes are removed again.
+        # The service user owns the name; a member of quillon-prompt may answer a prompt; a
+        # member of quillon-manage may set verdicts and forget devices; everyone else may
+        # only read.
         service = qh.system_account("quillon")
         qh.system_account("quillon-prompt", group_only=True)
+        qh.system_account("quillon-manage", group_only=True)
         prompt = qh.system_account("quillon-test-prompt", groups="quillon-prompt")
+        manage = qh.system_account("quillon-test-manage", groups="quillon-manage")
         nobody = (65534, 65534)
         self.start_bus()
         # The unprivileged callers must reach the bus socket; the daemon its root.
@@ -129,15 +132,32 @@ class BusService(qh.QuillonTestCase):
         self.assertIn(qh.GET_INTERFACE, introspection.stdout)
 
         bt = "AA:BB:CC:DD:EE:01"
-        needs_root = "permission denied: pxm_set_status needs root"
-        needs_group = ("permission denied: pxm_feedback_ux needs root or membership of the "
-                       "group quillon-prompt")
+        by_manage = " needs root or membership of the group quillon-manage\n"
+        by_prompt = " needs root or membership of the group quillon-prompt\n"
+        feedback = ["feedback", "--status", "deny", "--bt", bt]
+        # In this order: the prompt's answer stores the device the owner then changes.
         for who, args, status, said in [
                 (nobody, ["list"], 0, ""),
-                (nobody, ["set-status", bt, "bt", "allow"], 4, needs_root),
-                (nobody, ["feedback", "--status", "deny", "--bt", bt], 4, needs_group),
-                (prompt, ["feedback", "--status", "deny", "--bt", bt], 0, ""),
-                (prompt, ["remove-all"], 4, "permission denied: pxm_remove_all needs root")]:
+                (nobody, ["set-status", bt, "bt", "allow"], 4, "pxm_set_status" + by_manage),
+                (nobody, ["remove", bt, "bt"], 4, "pxm_remove_device" + by_manage),
+                (nobody, feedback, 4, "pxm_feedback_ux" + by_prompt),
+                (prompt, feedback, 0, ""),
+                (prompt, ["remove-all"], 4, "pxm_remove_all" + by_manage),
+                (manage, feedback, 4, "pxm_feedback_ux" + by_prompt),
+                (manage, ["request", "--bt", bt], 4, "pxm_request_access needs root\n"),
+                (manage, ["request-reverse", "--bt", bt], 4,
+                 "pxm_request_access_reverse needs root\n"),
+                (manage, ["set-mirroring", bt, "bt", "1"], 4,
+                 "pxm_set_tv_init_mirroring_status needs root\n"),
+                (manage, ["set-param", bt, "bt", "x", "name"], 4,
+                 "pxm_set_device_extended_param_string needs root\n"),
+                (manage, ["status", bt, "bt"], 0, ""),
+                (manage, ["set-status", bt, "bt", "allow"], 0, ""),
+                (manage, ["list-reverse"], 0, ""),
+                (manage, ["remove-reverse", bt, "bt"], 1, ""),
+                (manage, ["remove", bt, "bt"], 0, ""),
+                (manage, ["remove-all"], 0, ""),
+                (manage, ["remove-all-reverse"], 0, "")]:
             with self.subTest(who=who, args=args):
                 result = subprocess.run(
                     [*self.as_user(*who, init_groups=who != nobody), qh.program("quillonctl"),
@@ -145,6 +165,9 @@ class BusService(qh.QuillonTestCase):
                     capture_output=True, text=True, timeout=30)
                 self.assertEqual(status, result.returncode, result.stderr)
                 self.assertIn(said, result.stderr)
+        # What the owner did is what the daemon did: allowed, then forgotten.
+        self.assertIn("[DBusServer] [NOTI] DEVICE STATUS CHANGED", daemon.log.text())
+        self.assertIn("[DBusServer] [NOTI] DEVICE REMOVED ALL", daemon.log.text())
 
     @staticmethod
     def as_user(uid, gid, init_groups=False):

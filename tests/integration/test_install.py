@@ -3,6 +3,7 @@ the unit verified by systemd-analyze and rated 3.0 or better by its security che
 bus files well formed, the programs answering --version and --help without touching any
 state, and the Debian package carrying the same files and its library dependencies."""
 
+import configparser
 import os
 import pathlib
 import re
@@ -20,15 +21,20 @@ BUILD = pathlib.Path(os.environ.get("QUILLON_BUILD_DIR", ""))
 PREFIX = os.environ.get("QUILLON_INSTALL_PREFIX", "/usr/local").lstrip("/")
 
 EXPECTED = {
-    "bin/quillonctl", "bin/quillon-platform", "bin/quillon-ux", "libexec/quillon",
+    "bin/quillonctl", "bin/quillon-platform", "bin/quillon-ux", "bin/quillon-devices",
+    "libexec/quillon",
     "lib/systemd/system/quillon.service", "lib/sysusers.d/quillon.conf",
     "share/dbus-1/system.d/org.nuvak.quillon.conf",
     "share/dbus-1/system-services/org.nuvak.quillon.service",
     "share/quillon/apps/org.nuvak.quillon-ux",
+    "share/applications/org.nuvak.quillon-devices.desktop",
     "share/bash-completion/completions/quillonctl",
     "share/man/man8/quillon.8", "share/man/man1/quillonctl.1",
     "share/man/man1/quillon-platform.1", "share/man/man1/quillon-ux.1",
+    "share/man/man1/quillon-devices.1",
 }
+PROGRAMS = ("bin/quillonctl", "bin/quillon-platform", "bin/quillon-ux", "bin/quillon-devices",
+            "libexec/quillon")
 
 
 @unittest.skipUnless((BUILD / "cmake_install.cmake").exists(), "needs QUILLON_BUILD_DIR")
@@ -48,11 +54,13 @@ class Installed(unittest.TestCase):
         self.assertEqual(EXPECTED, self.files_under(self.stage))
         prefix = "/" + PREFIX
         base = self.stage / PREFIX
-        for program in ("bin/quillonctl", "bin/quillon-platform", "bin/quillon-ux",
-                        "libexec/quillon"):
+        for program in PROGRAMS:
             self.assertTrue(os.access(base / program, os.X_OK), program)
         self.assertEqual(f"{prefix}/bin/quillon-ux\n",
                          (base / "share/quillon/apps/org.nuvak.quillon-ux").read_text())
+        desktop = configparser.ConfigParser(interpolation=None)
+        desktop.read(base / "share/applications/org.nuvak.quillon-devices.desktop")
+        self.assertEqual(f"{prefix}/bin/quillon-devices", desktop["Desktop Entry"]["Exec"])
         ET.parse(base / "share/dbus-1/system.d/org.nuvak.quillon.conf")
         activation = (base / "share/dbus-1/system-services/org.nuvak.quillon.service").read_text()
         self.assertIn("SystemdService=quillon.service", activation)
@@ -88,8 +96,7 @@ class Installed(unittest.TestCase):
         # --version and --help answer without touching any state.
         state = self.stage / "state"
         env = dict(os.environ, QUILLON_PLATFORM_ROOT=str(state))
-        for program in ("bin/quillonctl", "bin/quillon-platform", "bin/quillon-ux",
-                        "libexec/quillon"):
+        for program in PROGRAMS:
             result = subprocess.run([str(base / program), "--version"], env=env,
                                     capture_output=True, text=True, timeout=10)
             name = os.path.basename(program)

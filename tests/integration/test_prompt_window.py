@@ -5,9 +5,6 @@ Escape is Not now. The verdict is stored and announced. A name with markup is sh
 text, and a window nobody answers closes itself when its countdown ends, sending nothing."""
 
 import os
-import pathlib
-import shutil
-import subprocess
 import sys
 import time
 import unittest
@@ -22,36 +19,15 @@ LAPTOP_BT = "AA:BB:CC:DD:EE:21"
 PHONE_WIFI = "AA:BB:CC:DD:EE:02"
 LAPTOP_WIFI = "AA:BB:CC:DD:EE:22"
 FEEDBACK_LOG = "[DBusServer] pxm_feedback_ux called."
-TOOLS = ("Xvfb", "xdotool", "import")
 
 
-def output_dir():
-    path = pathlib.Path(os.environ.get("QUILLON_TEST_OUTPUT", "test-output")).resolve()
-    path.mkdir(parents=True, exist_ok=True)
-    return path
-
-
-@unittest.skipUnless(all(shutil.which(t) for t in TOOLS),
-                     "needs Xvfb, xdotool and ImageMagick's import (make deps)")
 class PromptWindow(qh.QuillonTestCase):
 
     def setUp(self):
         super().setUp()
-        # A free display number, chosen by the server itself.
-        read, write = os.pipe()
-        self.xvfb = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x720x24", "-nolisten",
-             "tcp"], pass_fds=(write,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        os.close(write)
-        with os.fdopen(read) as number:
-            self.display = ":" + number.readline().strip()
-        self.addCleanup(self.xvfb.wait, 10)
-        self.addCleanup(self.xvfb.terminate)
-        self.assertNotEqual(":", self.display, "Xvfb gave no display")
-
-    def x(self, *args, timeout=20):
-        return subprocess.run(list(args), env=dict(os.environ, DISPLAY=self.display),
-                              capture_output=True, text=True, timeout=timeout)
+        self.xserver = self.start_x()
+        self.display = self.xserver.display
+        self.x = self.xserver.run
 
     def serve(self, extra_env=None):
         self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
@@ -65,12 +41,12 @@ class PromptWindow(qh.QuillonTestCase):
         start = len(self.client.events)
         self.assertEqual((2,), self.client.call(
             "pxm_request_access", qb.record(name=name, bt=bt, wifi=wifi)))
-        found = self.x("xdotool", "search", "--sync", "--name", TITLE)
-        self.assertEqual(0, found.returncode, self.daemon.log.text())
-        return start, found.stdout.split()[0]
+        window = self.xserver.find_window(TITLE)
+        self.assertIsNotNone(window, self.daemon.log.text())
+        return start, window
 
     def window_open(self):
-        return self.x("xdotool", "search", "--name", TITLE).returncode == 0
+        return self.xserver.find_window(TITLE, sync=False) is not None
 
     def test_a_click_or_a_key_answers_and_the_verdict_is_stored_and_announced(self):
         self.serve()
@@ -80,8 +56,7 @@ class PromptWindow(qh.QuillonTestCase):
             with self.subTest(case):
                 start, window = self.ask(case, bt, wifi)
                 time.sleep(0.5)  # drawn before the picture is taken
-                shot = output_dir() / f"prompt-window-{case}.png"
-                self.assertEqual(0, self.x("import", "-window", "root", str(shot)).returncode)
+                shot = self.xserver.screenshot(f"prompt-window-{case}.png")
                 self.assertGreater(shot.stat().st_size, 5000)
                 self.x("xdotool", "windowfocus", "--sync", window)
                 if keys == "click":

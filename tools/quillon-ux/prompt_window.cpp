@@ -7,8 +7,11 @@
 #include <string>
 
 #include "device_icon.h"
+#include "device_text.h"
 #include "feedback_call.h"
 #include "prompt_text.h"
+#include "remote_keys.h"
+#include "tv_toolkit.h"
 
 namespace quillon_ux {
 
@@ -19,17 +22,11 @@ constexpr const char* kTitle = "Quillon: a device asks for access";
 // How long a failed answer stays on screen before the window goes.
 constexpr unsigned kFailureShownMs = 4000;
 
-// Sized to be read from a sofa on a 1280x720 screen and up.
+// The prompt's texts beside the shared style, sized to be read from a sofa.
 constexpr const char* kCss =
-    "window.quillon-prompt { background: #14181f; color: #f2f4f8; }"
     ".quillon-name { font-size: 40px; font-weight: bold; }"
     ".quillon-question { font-size: 30px; }"
-    ".quillon-addresses { font-size: 22px; color: #b8c0cc; font-family: monospace; }"
-    ".quillon-countdown { font-size: 22px; color: #b8c0cc; }"
-    ".quillon-failure { font-size: 26px; color: #ff8a80; }"
-    "button.quillon-action { font-size: 30px; min-width: 220px; min-height: 72px;"
-    "  padding: 8px 24px; }"
-    "button.quillon-action:focus { outline: 4px solid #5aa9ff; outline-offset: 2px; }";
+    ".quillon-countdown { font-size: 22px; color: #b8c0cc; }";
 
 struct Action {
     const char* label;
@@ -100,37 +97,21 @@ void OnClicked(GtkButton* button, gpointer data) {
             Answer(prompt, kActions[i].status);
 }
 
-int FocusedAction(Prompt* prompt) {
-    GtkWidget* focus = gtk_root_get_focus(GTK_ROOT(prompt->window));
-    for (int i = 0; i < kActionCount; ++i)
-        if (focus == prompt->buttons[i])
-            return i;
-    return -1;
-}
-
 gboolean OnKey(GtkEventControllerKey*, guint keyval, guint, GdkModifierType, gpointer data) {
     auto* prompt = static_cast<Prompt*>(data);
-    int focused = FocusedAction(prompt);
+    int focused = FocusedButton(prompt->window, prompt->buttons, kActionCount);
     int move = 0;
-    switch (keyval) {
-        case GDK_KEY_Escape:
+    switch (ReadRemoteKey(keyval)) {
+        case RemoteKey::kBack:
             Answer(prompt, 2);
             return TRUE;
-        case GDK_KEY_Return:
-        case GDK_KEY_KP_Enter:
-        case GDK_KEY_ISO_Enter:
-        case GDK_KEY_space:
-        case GDK_KEY_KP_Space:
+        case RemoteKey::kChoose:
             Answer(prompt, kActions[focused < 0 ? kFirstFocus : focused].status);
             return TRUE;
-        case GDK_KEY_Left:
-        case GDK_KEY_KP_Left:
-        case GDK_KEY_ISO_Left_Tab:
+        case RemoteKey::kPrevious:
             move = -1;
             break;
-        case GDK_KEY_Right:
-        case GDK_KEY_KP_Right:
-        case GDK_KEY_Tab:
+        case RemoteKey::kNext:
             move = 1;
             break;
         default:
@@ -162,32 +143,15 @@ gboolean OnTick(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
-GtkWidget* Label(const std::string& text, const char* css_class) {
-    GtkWidget* label = gtk_label_new(nullptr);
-    // Plain text only: a device's name is whatever the requester chose to send.
-    gtk_label_set_use_markup(GTK_LABEL(label), FALSE);
-    gtk_label_set_text(GTK_LABEL(label), text.c_str());
-    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
-    gtk_label_set_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
-    gtk_label_set_justify(GTK_LABEL(label), GTK_JUSTIFY_CENTER);
-    gtk_label_set_max_width_chars(GTK_LABEL(label), 40);
-    gtk_widget_add_css_class(label, css_class);
-    return label;
-}
-
 void OnActivate(GtkApplication* app, gpointer data) {
     auto* prompt = static_cast<Prompt*>(data);
-    GtkCssProvider* css = gtk_css_provider_new();
-    gtk_css_provider_load_from_data(css, kCss, -1);
-    gtk_style_context_add_provider_for_display(gdk_display_get_default(), GTK_STYLE_PROVIDER(css),
-                                               GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-    g_object_unref(css);
+    InstallStyle(kCss);
 
     prompt->window = gtk_application_window_new(app);
     GtkWindow* window = GTK_WINDOW(prompt->window);
     gtk_window_set_title(window, kTitle);
     gtk_window_set_default_size(window, 960, 600);
-    gtk_widget_add_css_class(prompt->window, "quillon-prompt");
+    gtk_widget_add_css_class(prompt->window, "quillon-window");
 
     GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 18);
     gtk_widget_set_margin_top(column, 36);
@@ -199,17 +163,18 @@ void OnActivate(GtkApplication* app, gpointer data) {
     const char* icon_name = DeviceIconName(prompt->request.devtype, prompt->request.devicon);
     GtkWidget* icon = gtk_image_new_from_icon_name(icon_name);
     gtk_image_set_pixel_size(GTK_IMAGE(icon), 128);
-    GtkWidget* name = Label(DisplayName(prompt->request.device_name), "quillon-name");
-    GtkWidget* addresses = Label(AddressLines(prompt->request), "quillon-addresses");
-    prompt->question = Label("wants to connect to this TV. Allow it?", "quillon-question");
-    prompt->countdown = Label(CountdownText(SecondsLeft(prompt)), "quillon-countdown");
+    const PromptRequest& request = prompt->request;
+    GtkWidget* name = PlainLabel(DisplayName(request.device_name), "quillon-name");
+    GtkWidget* addresses = PlainLabel(
+        AddressLines(request.bt_mac, request.wifi_mac, request.p2p_mac), "quillon-addresses");
+    prompt->question = PlainLabel("wants to connect to this TV. Allow it?", "quillon-question");
+    prompt->countdown = PlainLabel(CountdownText(SecondsLeft(prompt)), "quillon-countdown");
 
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 24);
     gtk_widget_set_halign(row, GTK_ALIGN_CENTER);
     gtk_widget_set_margin_top(row, 18);
     for (int i = 0; i < kActionCount; ++i) {
-        prompt->buttons[i] = gtk_button_new_with_label(kActions[i].label);
-        gtk_widget_add_css_class(prompt->buttons[i], "quillon-action");
+        prompt->buttons[i] = ActionButton(kActions[i].label);
         g_signal_connect(prompt->buttons[i], "clicked", G_CALLBACK(OnClicked), prompt);
         gtk_box_append(GTK_BOX(row), prompt->buttons[i]);
     }
@@ -234,26 +199,8 @@ void OnActivate(GtkApplication* app, gpointer data) {
 }  // namespace
 
 int RunPromptWindow(const PromptRequest& request, unsigned wait_ms, std::function<void()>* close) {
-    // A launcher rarely hands over a session bus. GLib would then start one through
-    // dbus-launch and leave it running after we are gone; the window needs none, so point it
-    // at the session's own bus when there is one, and nowhere otherwise.
-    if (!g_getenv("DBUS_SESSION_BUS_ADDRESS")) {
-        const std::string bus = std::string(g_get_user_runtime_dir()) + "/bus";
-        if (g_file_test(bus.c_str(), G_FILE_TEST_EXISTS)) {
-            g_setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus).c_str(), TRUE);
-        } else {
-            g_setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/no-session-bus", TRUE);
-            g_setenv("GTK_A11Y", "none", FALSE);
-        }
-    }
-    if (!gtk_init_check()) {
-        std::fprintf(stderr,
-                     "quillon-ux: cannot open the display (DISPLAY '%s', "
-                     "WAYLAND_DISPLAY '%s')\n",
-                     g_getenv("DISPLAY") ? g_getenv("DISPLAY") : "",
-                     g_getenv("WAYLAND_DISPLAY") ? g_getenv("WAYLAND_DISPLAY") : "");
+    if (!StartToolkit("quillon-ux"))
         return 2;
-    }
     Prompt prompt;
     prompt.request = request;
     prompt.wait_ms = wait_ms;

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "exit_status.h"
+#include "policy_groups.h"
 
 namespace quillonctl {
 
@@ -31,11 +32,9 @@ GVariant* CallDaemon(GDBusConnection* bus, const char* interface, const char* me
     }
     if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED)) {
         *exit_status = kExitDenied;
-        // Only the prompt's answer is open to a group; every other change is root's alone.
-        *error = std::string("permission denied: ") + method +
-                 (std::string(method) == "pxm_feedback_ux"
-                      ? " needs root or membership of the group quillon-prompt"
-                      : " needs root");
+        const char* group = quillon_tools::GroupAllowedToCall(method);
+        *error = std::string("permission denied: ") + method + " needs root" +
+                 (group ? std::string(" or membership of the group ") + group : "");
     } else if (g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
                g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
         *error = "the daemon " QUILLON_BUS_NAME " is not on the bus";

@@ -6,6 +6,7 @@
 
 #include "backup_verbs.h"
 #include "commands.h"
+#include "devices_verb.h"
 #include "exit_status.h"
 #include "monitor.h"
 #include "options.h"
@@ -35,6 +36,9 @@ int main(int argc, char** argv) {
     }
     if (options.command == "monitor") {
         return RunMonitor(options);
+    }
+    if (options.command == "devices") {
+        return RunDevicesVerb(options);
     }
     if (options.command == "backup" || options.command == "restore") {
         return RunBackupVerb(options);

@@ -28,6 +28,9 @@ const char kTail[] =
     "  restore [--timeout S]\n"
     "      ask the daemon to restore its list from the backup service and wait (default\n"
     "      10 s) for the outcome it reports; exit 1 when the restore failed\n"
+    "  devices\n"
+    "      open the device list window (quillon-devices) on the display; without DISPLAY or\n"
+    "      WAYLAND_DISPLAY print where the program is; exit 1 when it is not installed\n"
     "\n"
     "arguments:\n"
     "  MAC     an address as stored, e.g. AA:BB:CC:DD:EE:FF (case does not matter)\n"
@@ -44,7 +47,8 @@ const char kTail[] =
     "options:\n"
     "  --json       one JSON object per line: {\"method\", \"result\", \"meaning\"} for codes,\n"
     "               {\"found\", \"device\"} for device, {\"count\", \"devices\"} for list,\n"
-    "               {\"signal\", \"bt_mac\", \"wifi_mac\", \"p2p_mac\", \"status\", \"meaning\"} or\n"
+    "               {\"signal\", \"bt_mac\", \"wifi_mac\", \"p2p_mac\", \"status\", \"meaning\"} "
+    "or\n"
     "               {..., \"tvInitMirroringSupport\"} for monitor's two signals;\n"
     "               devices carry the record's field names (devname, bt_mac, devstatus ...)\n"
     "  --timeout S  wait at most S seconds for the answer (default 25); for monitor, watch\n"
@@ -63,8 +67,10 @@ const char kTail[] =
     "  2  bad usage\n"
     "  3  the bus or the daemon cannot be reached: no bus, the daemon is not running, or no\n"
     "     answer in time (the daemon does not answer feedback with a status above 2)\n"
-    "  4  permission denied: the bus policy refused the call (Set methods need root;\n"
-    "     feedback needs root or membership of the group quillon-prompt)\n";
+    "  4  permission denied: the bus policy refused the call (set-status, remove,\n"
+    "     remove-reverse, remove-all and remove-all-reverse need root or membership of the\n"
+    "     group quillon-manage, the other Set methods root; feedback needs root or\n"
+    "     membership of the group quillon-prompt)\n";
 
 }  // namespace
 

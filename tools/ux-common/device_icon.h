@@ -1,5 +1,5 @@
-// The picture of a device on the prompt: a standard icon name chosen from the requester's
-// icon and type numbers.
+// The picture of a device, in the prompt and in the device list: a standard icon name chosen
+// from the requester's icon and type numbers.
 #pragma once
 
 namespace quillon_ux {
