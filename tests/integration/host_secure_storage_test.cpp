@@ -170,9 +170,10 @@ TEST_F(SecureStorageTest, DamagedItemsAreRefusedAndKeptAsideUnderATimestampedNam
     EXPECT_EQ(Err(SS_ERROR_AUTH), Read("PXM_DEVICE_LIST", a_));
     expect_moved_aside(truncated, 2);
 
-    // A whole valid item copied under another name is a forgery: the name is bound.
-    ASSERT_EQ(SS_ERROR_NONE, Write("other", "2\n[3]", a_));
-    WriteFile(path, ReadFile(items_ + "/other"));
+    // A whole valid item copied under another name of the same length is a forgery: the
+    // name itself is bound, not only its length.
+    ASSERT_EQ(SS_ERROR_NONE, Write("PXM_DEVICE_COPY", "2\n[3]", a_));
+    WriteFile(path, ReadFile(items_ + "/PXM_DEVICE_COPY"));
     EXPECT_EQ(Err(SS_ERROR_AUTH), Read("PXM_DEVICE_LIST", a_));
     EXPECT_NE(0, access(path.c_str(), F_OK));
 
