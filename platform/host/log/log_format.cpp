@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <vector>
 
 #include "dlog.h"
 
@@ -30,18 +29,30 @@ int LogThreshold(const char* level_name, bool* known) {
     return DLOG_INFO;
 }
 
-std::string LineTime() {
+void AppendLineTime(std::string* out) {
+    // The date and time change once a second: each thread formats them once per second.
+    thread_local time_t formatted_second = -1;
+    thread_local char seconds[32] = "?";
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    struct tm utc;
-    char text[64] = "?";
-    if (gmtime_r(&now.tv_sec, &utc) != nullptr) {
-        char seconds[32];
-        std::strftime(seconds, sizeof(seconds), "%Y-%m-%dT%H:%M:%S", &utc);
-        std::snprintf(text, sizeof(text), "%s.%03dZ", seconds,
-                      static_cast<int>(now.tv_nsec / 1000000) % 1000);
+    if (now.tv_sec != formatted_second) {
+        struct tm utc;
+        if (gmtime_r(&now.tv_sec, &utc) != nullptr &&
+            std::strftime(seconds, sizeof(seconds), "%Y-%m-%dT%H:%M:%S", &utc) > 0) {
+            formatted_second = now.tv_sec;
+        } else {
+            std::strcpy(seconds, "?");
+        }
     }
-    return text;
+    const int ms = static_cast<int>(now.tv_nsec / 1000000) % 1000;
+    const char fraction[] = {'.',
+                             static_cast<char>('0' + ms / 100),
+                             static_cast<char>('0' + ms / 10 % 10),
+                             static_cast<char>('0' + ms % 10),
+                             'Z',
+                             ' '};
+    out->append(seconds);
+    out->append(fraction, sizeof(fraction));
 }
 
 char LevelLetter(int prio) {
@@ -80,24 +91,27 @@ std::string FormatMessage(const char* fmt, va_list args) {
     return std::string(text, keep) + "\xE2\x80\xA6[" + std::to_string(total - keep) + " bytes cut]";
 }
 
-std::string FormatLogLine(int prio, const char* tag, const std::string& message) {
+void AppendLogLine(std::string* out, int prio, const char* tag, const std::string& message) {
     size_t end = message.size();
     while (end > 0 && (message[end - 1] == '\n' || message[end - 1] == '\r'))
         --end;
-    std::string line;
-    line.reserve(end + 32);
-    line += LevelLetter(prio);
-    line += '/';
-    line += tag ? tag : "";
-    line += ": ";
-    for (size_t i = 0; i < end; ++i) {
-        if (message[i] == '\n')
-            line += "\\n";
-        else
-            line += message[i];
+    out->push_back(LevelLetter(prio));
+    out->push_back('/');
+    out->append(tag ? tag : "");
+    out->append(": ");
+    const char* text = message.data();
+    const char* stop = text + end;
+    while (text < stop) {
+        const char* feed = static_cast<const char*>(std::memchr(text, '\n', stop - text));
+        if (feed == nullptr) {
+            out->append(text, stop);
+            break;
+        }
+        out->append(text, feed);
+        out->append("\\n");
+        text = feed + 1;
     }
-    line += '\n';
-    return line;
+    out->push_back('\n');
 }
 
 }  // namespace host
