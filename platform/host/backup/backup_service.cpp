@@ -1,8 +1,6 @@
 // The backup-and-restore service on a host: clients connect, register their callbacks and
 // hand over payloads; a thread of the service stores them (backup_store) and answers, so
 // no callback ever runs on the caller's stack, as with the platform's own service.
-#include <json/json.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
@@ -17,6 +15,7 @@
 
 #include "backup/backup_keys.h"
 #include "backup/backup_store.h"
+#include "backup/json_check.h"
 #include "bnr.h"
 #include "common/missing_service.h"
 #include "dlog.h"
@@ -265,20 +264,6 @@ bool ValidClient(const char* client, const char* function) {
     return false;
 }
 
-// Strict JSON of any type: the client's empty list is the literal null.
-bool IsJson(const char* text, std::string* error) {
-    Json::CharReaderBuilder builder;
-    builder["allowComments"] = false;
-    builder["allowTrailingCommas"] = false;
-    builder["failIfExtra"] = true;
-    builder["allowSpecialFloats"] = false;
-    builder["allowSingleQuotes"] = false;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value root;
-    const size_t size = std::strlen(text);
-    return reader->parse(text, text + size, &root, error);
-}
-
 }  // namespace
 
 extern "C" int bnr_init(const char* client_id, const char* /*client_name*/) {
@@ -321,7 +306,9 @@ extern "C" int bnr_backup(const char* client_id, const char* data, void* /*reser
     if (!ValidClient(client_id, __func__) || data == nullptr)
         return BNR_ERROR_INVALID_PARAMETER;
     std::string error;
-    if (std::strlen(data) > kMaxPayloadBytes || !IsJson(data, &error)) {
+    // Strict JSON of any type: the client's empty list is the literal null.
+    const size_t size = std::strlen(data);
+    if (size > kMaxPayloadBytes || !host::backup::IsJson(data, size, &error)) {
         BNR_HOST_LOG(DLOG_WARN, "backup service: refused a payload of %s that is not JSON%s%s",
                      client_id, error.empty() ? " (too large)" : ": ", error.c_str());
         return BNR_ERROR_INVALID_PARAMETER;
