@@ -1,5 +1,6 @@
 // Arbitrary bytes as a backup payload. The check that bnr_backup makes on the caller's thread
-// must never let through what JsonCpp's strict reader (the reader a restore uses) refuses.
+// must never let through what JsonCpp refuses when it reads strictly (no comments, trailing
+// commas, single quotes, special floats or text after the value; any value at the top).
 #include <json/json.h>
 
 #include <cstdint>
@@ -14,8 +15,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!host::backup::IsJson(text, size, nullptr))
         return 0;
     Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["strictRoot"] = false;
+    builder["allowComments"] = false;
+    builder["allowTrailingCommas"] = false;
+    builder["failIfExtra"] = true;
+    builder["allowSpecialFloats"] = false;
+    builder["allowSingleQuotes"] = false;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     try {

@@ -113,13 +113,13 @@ TEST_F(HostBackup, PayloadsAreCheckedToBeStrictJsonBeforeTheyAreQueued) {
           std::string("[1,]"), std::string("01"), std::string("1."), std::string("-"),
           std::string("{\"a\" 1}"), std::string("{1: 2}"), std::string("\"a\x01\""),
           std::string("\"\\x\""), std::string("\"\\ud800\""), std::string("nul"),
-          std::string("[1] // note"), deep})
+          std::string("[1] // note"), std::string("[2e440]"), deep})
         EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_backup(kClient, bad.c_str(), nullptr)) << bad;
     for (const char* good : {"\xEF\xBB\xBF [true, false]", "\"\\ud83d\\ude00 \\/\"",
-                             "{\"a\": -0.5e+3, \"a\": {}}", " 0 "})
+                             "{\"a\": -0.5e+3, \"a\": {}}", "[123456789012345678901234]", " 0 "})
         EXPECT_EQ(BNR_ERROR_NONE, bnr_backup(kClient, good, nullptr)) << good;
-    ASSERT_TRUE(inbox_.WaitResponses(4));
-    EXPECT_EQ(std::vector<int>(4, BNR_RESPONSE_BACKUP_COMPLETED), inbox_.responses);
+    ASSERT_TRUE(inbox_.WaitResponses(5));
+    EXPECT_EQ(std::vector<int>(5, BNR_RESPONSE_BACKUP_COMPLETED), inbox_.responses);
     std::optional<host::backup::Version> newest = host::backup::NewestVersion(kClient);
     ASSERT_TRUE(newest);
     EXPECT_EQ(" 0 ", newest->payload);

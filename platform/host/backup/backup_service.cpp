@@ -2,6 +2,7 @@
 // hand over payloads; a thread of the service stores them (backup_store) and answers, so
 // no callback ever runs on the caller's stack, as with the platform's own service.
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -27,6 +28,8 @@ namespace {
 
 // A payload larger than this is refused: the device list is far smaller.
 constexpr size_t kMaxPayloadBytes = 32u << 20;
+// How long backups may gather before they are stored together (one flush for all).
+constexpr auto kGatherTime = std::chrono::milliseconds(10);
 
 struct Registration {
     int handle;
@@ -167,6 +170,12 @@ private:
     std::vector<Event> Take() {
         std::unique_lock<std::mutex> hold(lock_);
         wake_.wait(hold, [&] { return !queue_.empty(); });
+        // Backups arrive one per change: the ones of the next moments join this batch.
+        if (queue_.front().kind == Event::kBackup) {
+            hold.unlock();
+            std::this_thread::sleep_for(kGatherTime);
+            hold.lock();
+        }
         std::vector<Event> batch;
         batch.push_back(std::move(queue_.front()));
         queue_.pop_front();

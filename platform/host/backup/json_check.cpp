@@ -1,5 +1,8 @@
 #include "backup/json_check.h"
 
+#include <locale>
+#include <sstream>
+
 namespace host {
 namespace backup {
 
@@ -59,6 +62,25 @@ private:
     }
 
     bool Number() {
+        const char* start = p_;
+        if (!NumberSyntax())
+            return false;
+        // Fractions, exponents and integers too long for 64 bits are read as doubles: one
+        // a double cannot hold (2e440) is refused, as JsonCpp refuses it.
+        bool fraction = false;
+        for (const char* c = start; c != p_; ++c)
+            fraction = fraction || *c == '.' || *c == 'e' || *c == 'E';
+        if (fraction || p_ - start > 18) {
+            std::istringstream in(std::string(start, p_));
+            in.imbue(std::locale::classic());
+            double value = 0;
+            if (!(in >> value))
+                return Fail("a number out of range");
+        }
+        return true;
+    }
+
+    bool NumberSyntax() {
         if (*p_ == '-')
             ++p_;
         if (p_ != end_ && *p_ == '0') {
