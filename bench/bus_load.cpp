@@ -311,7 +311,7 @@ int main(int argc, char** argv) {
         static_cast<std::size_t>((options.calls + options.rounds - 1) / options.rounds);
     // The list holds between stored and stored + per_round devices while requests run.
     const long floor_devices = options.stored + static_cast<long>(per_round) / 2;
-    const std::vector<bench::BenchDevice> floor_list =
+    const std::vector<pxm_core_device_s> floor_list =
         bench::MakeBenchDevices(floor_devices, g_get_real_time() / 1000);
     std::vector<double> floors;
     floors.push_back(bench::MeasureFloorUs(floor_list, options.floor_reps / 2 + 1));

@@ -3,33 +3,18 @@
 #include <glib.h>
 
 #include "bus_batch.h"
+#include "device_json.h"
 #include "latency_stats.h"
 
 namespace bench {
 
 namespace {
 
-void SharedMembers(Json::Value& item, const BenchDevice& dev) {
-    item["devname"] = dev.devname;
-    item["bt_mac"] = dev.bt_mac;
-    item["wifi_mac"] = dev.wifi_mac;
-    item["p2p_mac"] = dev.p2p_mac;
-    item["devtype"] = Json::Value(static_cast<Json::Int>(dev.devtype));
-    item["devicon"] = Json::Value(static_cast<Json::Int>(dev.devicon));
-    item["devstatus"] = Json::Value(static_cast<Json::Int>(dev.devstatus));
-    item["tvInitMirroringSupport"] =
-        Json::Value(static_cast<Json::Int>(dev.tvInitMirroringSupport));
-    item["isNoUX"] = Json::Value(static_cast<Json::Int>(dev.isNoUX));
-    item["isUXAlways"] = Json::Value(static_cast<Json::Int>(dev.isUXAlways));
-    item["accessTime"] = Json::Value(static_cast<Json::Int64>(dev.accessTime));
-    item["keyType"] = Json::Value(static_cast<Json::Int>(dev.keyType));
-}
-
-Json::Value BackupEntry(const BenchDevice& dev) {
+Json::Value BackupEntry(const pxm_core_device_s& dev) {
     Json::Value item(Json::objectValue);
-    SharedMembers(item, dev);
+    pxm_json::WriteSharedMembers(item, dev);
     std::string key;
-    for (char c : dev.bt_mac) {
+    for (char c : pxm_text::FieldString(dev.bt_mac)) {
         if (c != ':') {
             key += c;
         }
@@ -43,47 +28,50 @@ Json::Value BackupEntry(const BenchDevice& dev) {
 
 }  // namespace
 
-std::vector<BenchDevice> MakeBenchDevices(long n, int64_t now_ms) {
-    std::vector<BenchDevice> devices(static_cast<std::size_t>(n));
+std::vector<pxm_core_device_s> MakeBenchDevices(long n, int64_t now_ms) {
+    std::vector<pxm_core_device_s> devices(static_cast<std::size_t>(n));
     for (long i = 0; i < n; ++i) {
-        BenchDevice& dev = devices[static_cast<std::size_t>(i)];
-        dev.devname = DeviceName(i);
-        dev.bt_mac = DeviceMac(i, 1);
-        dev.wifi_mac = DeviceMac(i, 2);
-        dev.p2p_mac = DeviceMac(i, 3);
-        dev.zel_id = "zel";
-        dev.mirroring_Id = "mirror";
-        dev.accessTime = now_ms - 60000 - (n - i) * 1000;
+        pxm_core_device_s& dev = devices[static_cast<std::size_t>(i)];
+        pxm_text::CopyField(dev.devname, DeviceName(i).c_str());
+        pxm_text::CopyField(dev.bt_mac, DeviceMac(i, 1).c_str());
+        pxm_text::CopyField(dev.wifi_mac, DeviceMac(i, 2).c_str());
+        pxm_text::CopyField(dev.p2p_mac, DeviceMac(i, 3).c_str());
+        pxm_text::CopyField(dev.zel_id, "zel");
+        pxm_text::CopyField(dev.mirroring_Id, "mirror");
+        dev.devtype = 1;
+        dev.devicon = 1;
+        dev.isNoUX = 1;
+        dev.accessTime = static_cast<uint64_t>(now_ms - 60000 - (n - i) * 1000);
     }
     return devices;
 }
 
-Json::Value SavedListDocument(const std::vector<BenchDevice>& devices) {
+Json::Value SavedListDocument(const std::vector<pxm_core_device_s>& devices) {
     Json::Value root(Json::nullValue);
     Json::Value item(Json::nullValue);
     Json::ArrayIndex index = 0;
-    for (const BenchDevice& dev : devices) {
-        SharedMembers(item, dev);
-        item["zel_id"] = dev.zel_id;
-        item["mirroring_Id"] = dev.mirroring_Id;
+    for (const pxm_core_device_s& dev : devices) {
+        pxm_json::WriteSharedMembers(item, dev);
+        item["zel_id"] = pxm_text::FieldString(dev.zel_id);
+        item["mirroring_Id"] = pxm_text::FieldString(dev.mirroring_Id);
         item["dy_type"] = Json::Value(static_cast<Json::Int>(dev.dy_type));
         root[index++]["item_data"] = item;
     }
     return root;
 }
 
-std::string StoredListText(const std::vector<BenchDevice>& devices) {
+std::string StoredListText(const std::vector<pxm_core_device_s>& devices) {
     Json::StreamWriterBuilder builder;
     return "2\n" + Json::writeString(builder, SavedListDocument(devices));
 }
 
-std::size_t FloorOnce(const std::vector<BenchDevice>& devices) {
+std::size_t FloorOnce(const std::vector<pxm_core_device_s>& devices) {
     Json::StreamWriterBuilder builder;
     std::size_t bytes = Json::writeString(builder, SavedListDocument(devices)).size();
 
     Json::Value backup(Json::nullValue);
     Json::ArrayIndex index = 0;
-    for (const BenchDevice& dev : devices) {
+    for (const pxm_core_device_s& dev : devices) {
         backup[index++] = BackupEntry(dev);
     }
     bytes += Json::writeString(builder, backup).size();
@@ -93,7 +81,7 @@ std::size_t FloorOnce(const std::vector<BenchDevice>& devices) {
     return bytes;
 }
 
-double MeasureFloorUs(const std::vector<BenchDevice>& devices, int reps) {
+double MeasureFloorUs(const std::vector<pxm_core_device_s>& devices, int reps) {
     std::vector<double> samples;
     volatile std::size_t sink = 0;
     for (int i = 0; i < reps; ++i) {

@@ -10,31 +10,26 @@
 #include <string>
 #include <vector>
 
+#include "pxm_types.h"
+
 namespace bench {
 
-// A device as the bus benchmarks store it (bus_batch.h names and addresses).
-struct BenchDevice {
-    std::string devname, bt_mac, wifi_mac, p2p_mac, zel_id, mirroring_Id;
-    int devtype = 1, devicon = 1, devstatus = 0, tvInitMirroringSupport = 0, isNoUX = 1,
-        isUXAlways = 0, keyType = 0, dy_type = 0;
-    int64_t accessTime = 0;
-};
-
-// Devices 0 .. n-1, allowed, their access times one second apart and ending a minute before
-// `now_ms`, so that a new request is always the newest and evicts nobody.
-std::vector<BenchDevice> MakeBenchDevices(long n, int64_t now_ms);
+// Devices 0 .. n-1 as the bus benchmarks store them (bus_batch.h names and addresses), allowed,
+// their access times one second apart and ending a minute before `now_ms`, so that a new request is
+// always the newest and evicts nobody.
+std::vector<pxm_core_device_s> MakeBenchDevices(long n, int64_t now_ms);
 
 // The stored list document: [{"item_data": {15 members}}, ...].
-Json::Value SavedListDocument(const std::vector<BenchDevice>& devices);
+Json::Value SavedListDocument(const std::vector<pxm_core_device_s>& devices);
 
 // The text secure storage holds for `devices`: "2", a line feed and the document.
-std::string StoredListText(const std::vector<BenchDevice>& devices);
+std::string StoredListText(const std::vector<pxm_core_device_s>& devices);
 
 // One change's floor: the saved document and the backup payload built and written, and the
 // changed device's entry written. Returns the bytes written, so that nothing is left out.
-std::size_t FloorOnce(const std::vector<BenchDevice>& devices);
+std::size_t FloorOnce(const std::vector<pxm_core_device_s>& devices);
 
 // The median time of FloorOnce over `reps` runs, in microseconds.
-double MeasureFloorUs(const std::vector<BenchDevice>& devices, int reps);
+double MeasureFloorUs(const std::vector<pxm_core_device_s>& devices, int reps);
 
 }  // namespace bench
