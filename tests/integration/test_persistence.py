@@ -5,6 +5,7 @@ wipes it when the factory-reset flag is set, and survives a damaged item."""
 import json
 import os
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -88,7 +89,13 @@ class Persistence(qh.QuillonTestCase):
         self.assertIsNotNone(daemon.wait_for_log("No data - DB cleared", 10.0),
                              daemon.log.text())
         self.assertIsNone(self.root.stored())
-        self.assertEqual("0", self.root.platform("get", FACTORY_RESET_KEY).stdout.strip())
+        # Settings reach other processes once the daemon's settings writer has them on disk.
+        deadline = time.monotonic() + 5.0
+        value = self.root.platform("get", FACTORY_RESET_KEY).stdout.strip()
+        while value != "0" and time.monotonic() < deadline:
+            time.sleep(0.02)
+            value = self.root.platform("get", FACTORY_RESET_KEY).stdout.strip()
+        self.assertEqual("0", value)
         self.assertNotIn("READSIZE[", daemon.log.text(), "the stored list was read")
         self.assertEqual(0, daemon.stop())
 

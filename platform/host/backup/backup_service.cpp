@@ -28,8 +28,9 @@ namespace {
 
 // A payload larger than this is refused: the device list is far smaller.
 constexpr size_t kMaxPayloadBytes = 32u << 20;
-// How long backups may gather before they are stored together (one flush for all).
-constexpr auto kGatherTime = std::chrono::milliseconds(10);
+// At most one batch of backups is stored in this time: a backup after a quiet spell is
+// stored at once, the backups of a burst together (one flush for all of them).
+constexpr auto kBatchInterval = std::chrono::milliseconds(10);
 
 struct Registration {
     int handle;
@@ -170,10 +171,11 @@ private:
     std::vector<Event> Take() {
         std::unique_lock<std::mutex> hold(lock_);
         wake_.wait(hold, [&] { return !queue_.empty(); });
-        // Backups arrive one per change: the ones of the next moments join this batch.
+        // Backups arrive one per change: in a burst, the ones of the next moments join.
         if (queue_.front().kind == Event::kBackup) {
             hold.unlock();
-            std::this_thread::sleep_for(kGatherTime);
+            std::this_thread::sleep_until(last_backup_ + kBatchInterval);
+            last_backup_ = std::chrono::steady_clock::now();
             hold.lock();
         }
         std::vector<Event> batch;
@@ -263,6 +265,9 @@ private:
     bool thread_started_ = false;
     bool watching_ = false;
     std::thread::id service_thread_;
+    // When the service thread last took backups (its own, never shared).
+    std::chrono::steady_clock::time_point last_backup_ =
+        std::chrono::steady_clock::now() - kBatchInterval;
 };
 
 // The client id checked as the store will use it; logs what was wrong.
