@@ -5,22 +5,41 @@
 
 namespace bench {
 
-const BusMethod kPing = {"Peer.Ping", "org.freedesktop.DBus.Peer", "Ping", "()", 0};
-const BusMethod kGetStatus = {"pxm_get_status", "org.nuvak.quillon.GetInterface", "pxm_get_status",
-                              "(i)", 0};
-const BusMethod kRequestAccess = {"pxm_request_access", "org.nuvak.quillon.SetInterface",
-                                  "pxm_request_access", "(i)", 0};
-
 namespace {
-
+const std::size_t kLookupStep = 7919;
 const char* const kBusName = "org.nuvak.quillon";
 const char* const kObjectPath = "/org/nuvak/quillon";
+}  // namespace
 
-std::string DeviceMac(int device, int kind) {
+const BusMethod kPing = {"Peer.Ping", kBusName,       kObjectPath, "org.freedesktop.DBus.Peer",
+                         "Ping",      BusArgs::kNone, "()",        0};
+const BusMethod kGetStatus = {
+    "pxm_get_status", kBusName,         kObjectPath, "org.nuvak.quillon.GetInterface",
+    "pxm_get_status", BusArgs::kStatus, "(i)",       0};
+const BusMethod kRequestAccess = {
+    "pxm_request_access", kBusName,          kObjectPath, "org.nuvak.quillon.SetInterface",
+    "pxm_request_access", BusArgs::kRequest, "(i)",       0};
+const BusMethod kRemoveDevice = {
+    "pxm_remove_device", kBusName,         kObjectPath, "org.nuvak.quillon.SetInterface",
+    "pxm_remove_device", BusArgs::kRemove, "(i)",       1};
+const BusMethod kEchoStatus = {"echo (si)", kEchoBusName,     kEchoPath, kEchoBusName,
+                               "status",    BusArgs::kStatus, "(i)",     0};
+const BusMethod kEchoRequest = {"echo (request)", kEchoBusName,      kEchoPath, kEchoBusName,
+                                "request",        BusArgs::kRequest, "(i)",     0};
+
+std::string DeviceMac(long device, int kind) {
     char mac[18];
-    std::snprintf(mac, sizeof(mac), "B0:C1:D2:E3:%02X:%02X", (device + 1) & 0xFF, kind & 0xFF);
+    const unsigned long k = static_cast<unsigned long>(device) + 1;
+    std::snprintf(mac, sizeof(mac), "B0:C1:%02lX:%02lX:%02lX:%02X", (k >> 16) & 0xFF,
+                  (k >> 8) & 0xFF, k & 0xFF, kind & 0xFF);
     return mac;
 }
+
+std::string DeviceName(long device) {
+    return "Bench phone " + std::to_string(device + 1);
+}
+
+namespace {
 
 struct Run {
     GDBusConnection* connection;
@@ -55,7 +74,7 @@ void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
         g_error_free(error);
     } else {
         batch->latencies_us.push_back(static_cast<double>(end_us - pending->start_us));
-        if (&method != &kPing) {
+        if (method.args != BusArgs::kNone) {
             gint32 code = 0;
             g_variant_get(reply, "(i)", &code);
             if (code != method.expected) {
@@ -82,28 +101,37 @@ void StartCall(Run* run) {
     BusBatch* batch = run->batch;
     const BusMethod& method = *run->plan->method;
     PendingCall* pending = new PendingCall{run, g_get_monotonic_time()};
-    GVariant* params = BusCallParameters(method, batch->started);
+    GVariant* params = BusCallParameters(method, batch->started, run->plan->devices);
     batch->started++;
     batch->max_in_flight = std::max(batch->max_in_flight, batch->started - batch->finished);
-    g_dbus_connection_call(run->connection, kBusName, kObjectPath, method.interface, method.member,
-                           params, G_VARIANT_TYPE(method.reply_type), G_DBUS_CALL_FLAGS_NONE,
-                           run->plan->call_timeout_ms, nullptr, OnReply, pending);
+    g_dbus_connection_call(run->connection, method.bus_name, method.path, method.interface,
+                           method.member, params, G_VARIANT_TYPE(method.reply_type),
+                           G_DBUS_CALL_FLAGS_NONE, run->plan->call_timeout_ms, nullptr, OnReply,
+                           pending);
 }
 
 }  // namespace
 
-GVariant* BusCallParameters(const BusMethod& method, std::size_t call) {
-    const int device = static_cast<int>(call % kBusDevices);
-    if (&method == &kGetStatus) {
-        return g_variant_new("(si)", DeviceMac(device, 2).c_str(), 2);
-    }
-    if (&method == &kRequestAccess) {
-        const std::string name = "Bench phone " + std::to_string(device + 1);
-        // devtype, devicon, status allowed, no TV-initiated mirroring, isNoUX (so no
-        // prompt), isUXAlways off.
-        return g_variant_new("(ssssssiiiiii)", name.c_str(), DeviceMac(device, 1).c_str(),
-                             DeviceMac(device, 2).c_str(), DeviceMac(device, 3).c_str(), "zel",
-                             "mirror", 1, 1, 0, 0, 1, 0);
+GVariant* BusCallParameters(const BusMethod& method, std::size_t call, DeviceRange devices) {
+    const std::size_t count = devices.count > 0 ? static_cast<std::size_t>(devices.count) : 1;
+    const long device = devices.first + static_cast<long>(call % count);
+    switch (method.args) {
+        case BusArgs::kNone:
+            return nullptr;
+        case BusArgs::kStatus: {
+            // Lookups hop through the whole range (a prime step), so that a few calls
+            // already find devices near the front and near the end of a long list.
+            const long spread = devices.first + static_cast<long>((call * kLookupStep) % count);
+            return g_variant_new("(si)", DeviceMac(spread, 2).c_str(), 2);
+        }
+        case BusArgs::kRemove:
+            return g_variant_new("(si)", DeviceMac(device, 1).c_str(), 1);
+        case BusArgs::kRequest:
+            // devtype, devicon, status allowed, no TV-initiated mirroring, isNoUX (so no
+            // prompt), isUXAlways off.
+            return g_variant_new("(ssssssiiiiii)", DeviceName(device).c_str(),
+                                 DeviceMac(device, 1).c_str(), DeviceMac(device, 2).c_str(),
+                                 DeviceMac(device, 3).c_str(), "zel", "mirror", 1, 1, 0, 0, 1, 0);
     }
     return nullptr;
 }

@@ -89,6 +89,11 @@ public:
     // Blocks until every save started so far has finished (tests, and the destructor,
     // which must not destroy the locks under a running save).
     void DB_WaitForSaves();
+    // Blocks while kMaxQueuedSaves saves are in flight. Callers about to change a list call
+    // it first, never while holding a lock of the registry: a burst of changes then waits as
+    // calls on the bus, not as save threads.
+    static constexpr int kMaxQueuedSaves = 4;
+    void DB_WaitForSaveRoom();
 
     // ---- state ----
     std::vector<pxm_core_device_s> mDeviceList;

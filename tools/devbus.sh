@@ -1,12 +1,15 @@
 # Sourced by run.sh and demo.sh: a private system-type D-Bus for development.
-# devbus_start DIR: starts dbus-daemon with the project's policy, its socket in DIR, and
-# exports DBUS_SYSTEM_BUS_ADDRESS; devbus_stop ends it.
+# devbus_start DIR [POLICY]: starts dbus-daemon with the project's policy (and the policy
+# file POLICY, when given), its socket in DIR, and exports DBUS_SYSTEM_BUS_ADDRESS;
+# devbus_stop ends it.
 QUILLON_SOURCE_DIR=${QUILLON_SOURCE_DIR:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)}
 
 devbus_start() {
-    local dir=$1
+    local dir=$1 extra=
+    [ -n "${2:-}" ] && extra="<include>$2</include>"
     mkdir -p "$dir"
     sed -e "s|@LISTEN@|unix:path=$dir/system_bus_socket|" \
+        -e "s|</busconfig>|$extra</busconfig>|" \
         -e "s|@POLICY_FILE@|$QUILLON_SOURCE_DIR/data/org.nuvak.quillon.conf|" \
         -e "s|@USER@|$(id -un)|" \
         "$QUILLON_SOURCE_DIR/data/dbus-dev-system.conf.in" >"$dir/bus.conf"

@@ -73,6 +73,7 @@ bool PXMBackupRestore::ParseRestoreData(const char* text) {
                 return false;
             }
             // Not transactional: devices handed over before a bad entry stay stored.
+            m_pPXMCore->DB_WaitForSaveRoom();
             m_pPXMCore->CMD_RequestAccess(&dev, PXM_SAVE_NORMAL);
         }
     } catch (const std::exception& e) {

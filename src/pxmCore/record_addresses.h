@@ -2,6 +2,8 @@
 // match a stored record, and copying only the usable addresses of a record.
 #pragma once
 
+#include <vector>
+
 #include "CPXMCore.h"
 
 namespace pxm_addr {
@@ -24,6 +26,14 @@ struct RequestAddresses {
 };
 
 RequestAddresses ValidAddresses(CPXMCore& core, const pxm_core_device_s* dev);
+
+// Whether `field` holds `mac`, a valid address, without regard to case.
+bool SameAddress(const char* mac, const char (&field)[PXM_MAC_LEN]);
+
+// The first record of `list` for which UTIL_CompareMAC(record, mac, ind) holds, or null. A
+// valid query is checked once, not once per record.
+pxm_core_device_s* FirstWithAddress(CPXMCore& core, std::vector<pxm_core_device_s>& list,
+                                    const char* mac, pxm_tech_ind_e ind);
 
 // Copies the record's valid addresses into out; out's other addresses stay as they are.
 void CopyValidAddresses(CPXMCore& core, const pxm_core_device_s& rec, pxm_core_device_s* out);

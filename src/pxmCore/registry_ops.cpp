@@ -38,11 +38,8 @@ bool CPXMCore::CMD_GetDevice(const char* mac, pxm_tech_ind_e ind, pxm_core_devic
 
     memset(out, 0, sizeof(*out));
     mPXMLock.Lock();
-    for (const pxm_core_device_s& rec : list) {
-        if (UTIL_CompareMAC(&rec, mac, ind) == 0) {
-            continue;
-        }
-        *out = rec;
+    if (const pxm_core_device_s* found = pxm_addr::FirstWithAddress(*this, list, mac, ind)) {
+        *out = *found;
         CORE_LOGI("########### GET DEVICE ##########");
         CORE_LOGI("Device Name : [%s]", out->devname);
         CORE_LOGI("BTMac       : [%s]", out->bt_mac);

@@ -157,3 +157,8 @@ void CPXMCore::DB_WaitForSaves() {
     std::unique_lock<std::mutex> lock(m_SaveCountMutex);
     m_SaveCountCond.wait(lock, [this] { return m_nSavesInFlight == 0; });
 }
+
+void CPXMCore::DB_WaitForSaveRoom() {
+    std::unique_lock<std::mutex> lock(m_SaveCountMutex);
+    m_SaveCountCond.wait(lock, [this] { return m_nSavesInFlight < kMaxQueuedSaves; });
+}

@@ -1,9 +1,11 @@
 // The bus service: the introspection data, the server thread that owns the bus name,
 // registration of the three interfaces and dispatch of method calls to the handlers.
+#include <cstring>
 #include <exception>
 #include <functional>
 #include <string>
 
+#include "CPXMCore.h"
 #include "PXMDBusServer.h"
 #include "pxm_log.h"
 
@@ -258,14 +260,19 @@ void PXMDBusServer::m_OnNameLost(GDBusConnection* /*connection*/, const gchar* /
 }
 
 void PXMDBusServer::m_HandleMethodCall(GDBusConnection* /*connection*/, const gchar* /*sender*/,
-                                       const gchar* /*object_path*/,
-                                       const gchar* /*interface_name*/, const gchar* method_name,
-                                       GVariant* parameters, GDBusMethodInvocation* invocation,
-                                       gpointer instance) {
+                                       const gchar* /*object_path*/, const gchar* interface_name,
+                                       const gchar* method_name, GVariant* parameters,
+                                       GDBusMethodInvocation* invocation, gpointer instance) {
     PXMDBusServer* pInstance = static_cast<PXMDBusServer*>(instance);
     if (pInstance == nullptr) {
         SRV_LOGE("[DBusServer] pInstance is NULL.");
         return;
+    }
+    // Every method of these two interfaces may change a list, and each change starts a save.
+    if (pInstance->m_pPXMCore != nullptr && interface_name != nullptr &&
+        (std::strcmp(interface_name, "org.nuvak.quillon.SetInterface") == 0 ||
+         std::strcmp(interface_name, "org.nuvak.quillon.UxInterface") == 0)) {
+        pInstance->m_pPXMCore->DB_WaitForSaveRoom();
     }
     // The bus library delivers only the methods of the introspection data, all of which
     // are in the map; the handler alone replies.

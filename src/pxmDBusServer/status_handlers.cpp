@@ -14,12 +14,8 @@ namespace {
 
 // The first record in list order that matches; only that one is read or changed.
 pxm_core_device_s* FindFirst(CPXMCore* core, const char* mac, int ind) {
-    for (pxm_core_device_s& rec : core->mDeviceList) {
-        if (core->UTIL_CompareMAC(&rec, mac, static_cast<pxm_tech_ind_e>(ind)) != 0) {
-            return &rec;
-        }
-    }
-    return nullptr;
+    return pxm_addr::FirstWithAddress(*core, core->mDeviceList, mac,
+                                      static_cast<pxm_tech_ind_e>(ind));
 }
 
 // The setters log their result under the method's name, then reply with it.

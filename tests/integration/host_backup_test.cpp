@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -102,9 +103,31 @@ TEST_F(HostBackup, ConnectionsGateEveryCallAndHandlesAreDistinct) {
     EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_backup(kClient, "[]", nullptr));
 }
 
+// Only strict JSON is queued: what is refused is refused on the caller's thread, and every
+// accepted payload is stored.
+TEST_F(HostBackup, PayloadsAreCheckedToBeStrictJsonBeforeTheyAreQueued) {
+    Connect();
+    const std::string deep = std::string(600, '[') + std::string(600, ']');
+    for (const std::string& bad :
+         {std::string(), std::string("[1,"), std::string("{'a': 1}"), std::string("[1] x"),
+          std::string("[1,]"), std::string("01"), std::string("1."), std::string("-"),
+          std::string("{\"a\" 1}"), std::string("{1: 2}"), std::string("\"a\x01\""),
+          std::string("\"\\x\""), std::string("\"\\ud800\""), std::string("nul"),
+          std::string("[1] // note"), std::string("[2e440]"), deep})
+        EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_backup(kClient, bad.c_str(), nullptr)) << bad;
+    for (const char* good : {"\xEF\xBB\xBF [true, false]", "\"\\ud83d\\ude00 \\/\"",
+                             "{\"a\": -0.5e+3, \"a\": {}}", "[123456789012345678901234]", " 0 "})
+        EXPECT_EQ(BNR_ERROR_NONE, bnr_backup(kClient, good, nullptr)) << good;
+    ASSERT_TRUE(inbox_.WaitResponses(5));
+    EXPECT_EQ(std::vector<int>(5, BNR_RESPONSE_BACKUP_COMPLETED), inbox_.responses);
+    std::optional<host::backup::Version> newest = host::backup::NewestVersion(kClient);
+    ASSERT_TRUE(newest);
+    EXPECT_EQ(" 0 ", newest->payload);
+}
+
 TEST_F(HostBackup, BackupsAreCheckedStoredAnsweredOffTheCallerAndTheLastTwentyKept) {
     Connect();
-    for (const char* bad : {"", "[1,", "{'a': 1}", "[1] x", "[1,]"})
+    for (const char* bad : {"", "[1,", "[1] x"})
         EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_backup(kClient, bad, nullptr)) << bad;
     EXPECT_FALSE(host::backup::NewestVersion(kClient));
 

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <sstream>
@@ -12,6 +13,7 @@
 
 #include "dlog.h"
 #include "host_test_support.h"
+#include "log/log_writer.h"
 
 namespace {
 
@@ -43,8 +45,12 @@ public:
         close(fd);
     }
     ~StderrCapture() { Finish(); }
+    // What has reached the file so far, without waiting for queued lines.
+    std::string Peek() const { return WithoutTimes(host_test::ReadFile(path_)); }
     std::string Finish() {
         if (saved_ >= 0) {
+            // INFO lines may still be queued for the log's writer.
+            host::log::Flush();
             fflush(stderr);
             dup2(saved_, STDERR_FILENO);
             close(saved_);
@@ -144,6 +150,29 @@ TEST_F(HostLog, EveryCallIsOneWholeLine) {
         ++count;
     }
     EXPECT_EQ(count, 800);
+}
+
+TEST_F(HostLog, WarningsAreWrittenBeforeTheCallReturnsAndInfoLinesFollowInOrder) {
+    StderrCapture capture;
+    // Many INFO lines queue up; the WARN after them writes them all, first.
+    for (int i = 0; i < 500; ++i)
+        __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "queued %d", i);
+    __dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "T", "warning");
+    std::string expected;
+    for (int i = 0; i < 500; ++i)
+        expected += "I/T: queued " + std::to_string(i) + "\n";
+    expected += "W/T: warning\n";
+    EXPECT_EQ(capture.Peek(), expected);
+
+    // An INFO line with nothing after it still reaches stderr by itself, soon.
+    __dlog_print(LOG_ID_SYSTEM, DLOG_INFO, "T", "alone");
+    expected += "I/T: alone\n";
+    std::string seen;
+    for (int tries = 0; tries < 500 && seen != expected; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        seen = capture.Peek();
+    }
+    EXPECT_EQ(seen, expected);
 }
 
 }  // namespace

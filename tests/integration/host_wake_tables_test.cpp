@@ -180,6 +180,29 @@ TEST_F(WakeTablesTest, ConcurrentWritersThroughSharedAndSeparateConnectionsAllLa
     EXPECT_EQ(100u, t.wakers.size());
 }
 
+TEST_F(WakeTablesTest, TheWriteAheadLogIsCheckpointedAndStaysBounded) {
+    // 7500 changes: each commit adds a few pages to the log, so without checkpoints it would
+    // hold far more than the 10000 pages after which a writer must catch up itself.
+    for (int i = 0; i < 4500; ++i) {
+        char text[18];
+        snprintf(text, sizeof(text), "00:00:00:00:%02X:%02X", (i >> 8) & 0xFF, i & 0xFF);
+        ASSERT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device(text, i % 7));
+        if (i % 3 != 0) {
+            ASSERT_EQ(WOWL_ERROR_NONE, wowl_del_waker_device(text, 0));
+        }
+    }
+    Tables t = ReadBoth();
+    ASSERT_EQ(1500u, t.wakers.size());
+    EXPECT_EQ("00:00:00:00:11:91", t.wakers.back().address);
+    struct stat log_file;
+    ASSERT_EQ(0, stat((root_ + "/wake_tables.db-wal").c_str(), &log_file));
+    EXPECT_LT(log_file.st_size, 11000 * (4096 + 24));
+    // Only a checkpoint puts pages into the database file itself.
+    struct stat database;
+    ASSERT_EQ(0, stat((root_ + "/wake_tables.db").c_str(), &database));
+    EXPECT_GT(database.st_size, 8 * 4096);
+}
+
 TEST_F(WakeTablesTest, ToolShowsBothTablesAsJsonAndText) {
     EXPECT_EQ("{\"bt_headless\": [], \"wowl_wakers\": []}\n",
               host_test::Tool({"wake-tables", "--json"}));

@@ -58,6 +58,46 @@ TEST(RecordUtils, CompareMacTellsWhichAddressMatchedIgnoringCase) {
     EXPECT_TRUE(fake::HasLog("pxmCore: UTIL_CompareMAC(", DLOG_ERROR, "PXM_CORE"));
 }
 
+// Lookups compare many records quickly; they must still find exactly what UTIL_CompareMAC
+// finds: the first record, ignoring the case of letters and nothing else.
+TEST(RecordUtils, LookupsFindTheFirstRecordWhoseAddressDiffersOnlyInTheCaseOfLetters) {
+    CPXMCore* core = CPXMCore::GetInstance();
+    const char* stored[][2] = {
+        {"first", "AA:BB:CC:DD:EE:01"},     {"second", "aa:bb:cc:dd:ee:01"},
+        {"last-char", "AA:BB:CC:DD:EE:02"}, {"at-sign", "@[:BB:CC:DD:EE:04"},
+        {"short", "AA:BB:CC:DD:EE:0"},      {"wifi-only", "0"},
+    };
+    for (const auto& entry : stored) {
+        pxm_core_device_s dev = Record(entry[1], "11:22:33:44:55:66", "0", 0);
+        snprintf(dev.devname, sizeof(dev.devname), "%s", entry[0]);
+        core->mDeviceList.push_back(dev);
+    }
+    struct Case {
+        const char* mac;
+        int ind;
+        const char* found;  // devname, or null for no record
+    } cases[] = {
+        {"aa:BB:cc:DD:ee:01", PXM_TECH_BT, "first"},
+        {"AA:BB:CC:DD:EE:02", PXM_TECH_BT, "last-char"},
+        {"AA:BB:CC:DD:EE:03", PXM_TECH_BT, nullptr},  // differs in the 17th character only
+        {"@[:bb:cc:dd:ee:04", PXM_TECH_BT, "at-sign"},
+        {"`{:BB:CC:DD:EE:04", PXM_TECH_BT, nullptr},  // '`' and '{' are not letters
+        {"AA:BB:CC:DD:EE:0\x01", PXM_TECH_BT, nullptr},
+        {"11:22:33:44:55:66", PXM_TECH_WIFI, "first"},
+        {"11:22:33:44:55:66", PXM_TECH_P2P, nullptr},
+        {"00:00:00:00:00:00", PXM_TECH_BT, nullptr},
+        {"aa:bb:cc:dd:ee:01", 4, nullptr},
+    };
+    for (const Case& c : cases) {
+        pxm_core_device_s out{};
+        bool hit =
+            core->CMD_GetDevice(c.mac, static_cast<pxm_tech_ind_e>(c.ind), &out, PXM_SAVE_NORMAL);
+        EXPECT_EQ(c.found != nullptr, hit) << c.mac << " " << c.ind;
+        EXPECT_STREQ(c.found ? c.found : "", out.devname) << c.mac << " " << c.ind;
+    }
+    EXPECT_TRUE(fake::HasLog("pxmCore: UTIL_CompareMAC(", DLOG_ERROR, "PXM_CORE"));
+}
+
 TEST(RecordUtils, KeyTypeIsCompletedFromTheFirstValidAddress) {
     CPXMCore* core = CPXMCore::GetInstance();
     const struct {

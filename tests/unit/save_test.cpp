@@ -167,6 +167,41 @@ TEST_F(SaveTest, QuickSuccessiveSavesAllFinishAndLeaveTheLatestState) {
     EXPECT_EQ("Second", items[1]["devname"].asString());
 }
 
+// A burst of changes must not become a burst of threads: with kMaxQueuedSaves saves
+// waiting, the next change waits for one of them to finish.
+TEST_F(SaveTest, AChangeWaitsWhileTheMostSavesAllowedAreQueued) {
+    core->mDeviceList = {Device("Queued", "AA:BB:CC:DD:EE:01")};
+    core->mFileLock.Lock();  // holds every save at its first lock
+    for (int i = 0; i < CPXMCore::kMaxQueuedSaves - 1; ++i)
+        core->DB_Save();
+    core->DB_WaitForSaveRoom();  // one below the bound: returns at once
+
+    core->DB_Save();
+    std::mutex m;
+    std::condition_variable cv;
+    bool admitted = false;
+    std::thread change([&] {
+        core->DB_WaitForSaveRoom();
+        std::lock_guard<std::mutex> lock(m);
+        admitted = true;
+        cv.notify_all();
+    });
+    {
+        std::unique_lock<std::mutex> lock(m);
+        EXPECT_FALSE(cv.wait_for(lock, std::chrono::milliseconds(200), [&] { return admitted; }))
+            << "admitted with the queue full";
+    }
+    EXPECT_EQ(0u, fake::CallCount("ss_write"));
+    core->mFileLock.Unlock();
+    {
+        std::unique_lock<std::mutex> lock(m);
+        EXPECT_TRUE(cv.wait_for(lock, std::chrono::seconds(10), [&] { return admitted; }));
+    }
+    change.join();
+    core->DB_WaitForSaves();
+    EXPECT_EQ(static_cast<size_t>(CPXMCore::kMaxQueuedSaves), fake::CallCount("ss_write"));
+}
+
 TEST_F(SaveTest, SaveWaitsForTheFileLockWithoutHoldingTheListLock) {
     core->mDeviceList = {Device("Before", "AA:BB:CC:DD:EE:01")};
 

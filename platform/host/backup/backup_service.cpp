@@ -1,9 +1,8 @@
 // The backup-and-restore service on a host: clients connect, register their callbacks and
 // hand over payloads; a thread of the service stores them (backup_store) and answers, so
 // no callback ever runs on the caller's stack, as with the platform's own service.
-#include <json/json.h>
-
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -17,6 +16,7 @@
 
 #include "backup/backup_keys.h"
 #include "backup/backup_store.h"
+#include "backup/json_check.h"
 #include "bnr.h"
 #include "common/missing_service.h"
 #include "dlog.h"
@@ -28,6 +28,9 @@ namespace {
 
 // A payload larger than this is refused: the device list is far smaller.
 constexpr size_t kMaxPayloadBytes = 32u << 20;
+// At most one batch of backups is stored in this time: a backup after a quiet spell is
+// stored at once, the backups of a burst together (one flush for all of them).
+constexpr auto kBatchInterval = std::chrono::milliseconds(10);
 
 struct Registration {
     int handle;
@@ -168,6 +171,13 @@ private:
     std::vector<Event> Take() {
         std::unique_lock<std::mutex> hold(lock_);
         wake_.wait(hold, [&] { return !queue_.empty(); });
+        // Backups arrive one per change: in a burst, the ones of the next moments join.
+        if (queue_.front().kind == Event::kBackup) {
+            hold.unlock();
+            std::this_thread::sleep_until(last_backup_ + kBatchInterval);
+            last_backup_ = std::chrono::steady_clock::now();
+            hold.lock();
+        }
         std::vector<Event> batch;
         batch.push_back(std::move(queue_.front()));
         queue_.pop_front();
@@ -255,6 +265,9 @@ private:
     bool thread_started_ = false;
     bool watching_ = false;
     std::thread::id service_thread_;
+    // When the service thread last took backups (its own, never shared).
+    std::chrono::steady_clock::time_point last_backup_ =
+        std::chrono::steady_clock::now() - kBatchInterval;
 };
 
 // The client id checked as the store will use it; logs what was wrong.
@@ -263,20 +276,6 @@ bool ValidClient(const char* client, const char* function) {
         return true;
     BNR_HOST_LOG(DLOG_WARN, "backup service: %s: invalid client id", function);
     return false;
-}
-
-// Strict JSON of any type: the client's empty list is the literal null.
-bool IsJson(const char* text, std::string* error) {
-    Json::CharReaderBuilder builder;
-    builder["allowComments"] = false;
-    builder["allowTrailingCommas"] = false;
-    builder["failIfExtra"] = true;
-    builder["allowSpecialFloats"] = false;
-    builder["allowSingleQuotes"] = false;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value root;
-    const size_t size = std::strlen(text);
-    return reader->parse(text, text + size, &root, error);
 }
 
 }  // namespace
@@ -321,7 +320,9 @@ extern "C" int bnr_backup(const char* client_id, const char* data, void* /*reser
     if (!ValidClient(client_id, __func__) || data == nullptr)
         return BNR_ERROR_INVALID_PARAMETER;
     std::string error;
-    if (std::strlen(data) > kMaxPayloadBytes || !IsJson(data, &error)) {
+    // Strict JSON of any type: the client's empty list is the literal null.
+    const size_t size = std::strlen(data);
+    if (size > kMaxPayloadBytes || !host::backup::IsJson(data, size, &error)) {
         BNR_HOST_LOG(DLOG_WARN, "backup service: refused a payload of %s that is not JSON%s%s",
                      client_id, error.empty() ? " (too large)" : ": ", error.c_str());
         return BNR_ERROR_INVALID_PARAMETER;

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <map>
+#include <mutex>
 
 #include "common/missing_service.h"
 #include "common/platform_root.h"
@@ -34,16 +36,40 @@ const char kSchema[] =
     " time TEXT NOT NULL,"
     " outcome TEXT NOT NULL CHECK (outcome IN ('success', 'failure')));";
 
+// Each database is opened once per process, its schema made or checked then, and kept open:
+// closing the last connection would checkpoint the write-ahead log and remove it, two more
+// flushes for every batch of backups. A Database holds the connection (and so the process's
+// one lock on all of them) for its lifetime.
+struct Connections {
+    std::mutex lock;
+    std::map<std::string, sqlite3*> open;  // by path; never closed
+};
+
+Connections& TheConnections() {
+    static Connections* connections = new Connections();
+    return *connections;
+}
+
 class Database {
 public:
     // create: make the folder and the database when missing; otherwise a missing database
     // leaves the handle empty without a log line.
-    Database(const std::string& client, bool create) {
+    Database(const std::string& client, bool create) : hold_(TheConnections().lock) {
         if (!IsValidClientId(client)) {
             BACKUP_LOG(DLOG_ERROR, "backup service: invalid client id '%s'", client.c_str());
             return;
         }
         path_ = DatabasePath(client);
+        sqlite3*& cached = TheConnections().open[path_];
+        // A file removed behind our back (a new root, a hand clean-up) is opened anew.
+        if (cached != nullptr && access(path_.c_str(), F_OK) != 0) {
+            sqlite3_close(cached);
+            cached = nullptr;
+        }
+        if (cached != nullptr) {
+            db_ = cached;
+            return;
+        }
         if (create && PlatformDir("backup").empty()) {
             BACKUP_LOG(DLOG_ERROR, "backup service: cannot create %s/backup",
                        PlatformRoot().c_str());
@@ -62,9 +88,10 @@ public:
             Fail("open");
             sqlite3_close(db_);
             db_ = nullptr;
+            return;
         }
+        cached = db_;
     }
-    ~Database() { sqlite3_close(db_); }
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
@@ -81,6 +108,7 @@ public:
     }
 
 private:
+    std::lock_guard<std::mutex> hold_;
     std::string path_;
     sqlite3* db_ = nullptr;
 };
@@ -163,11 +191,12 @@ bool AppendVersions(const std::string& client, const std::vector<std::string>& p
             std::to_string(kKeptVersions);
         ok = ok && db.Exec(prune.c_str());
     }
-    if (!ok) {
+    if (ok && db.Exec("COMMIT"))
+        return true;
+    // The connection stays open for the next batch: it must not stay inside this one.
+    if (!sqlite3_get_autocommit(db.get()))
         db.Exec("ROLLBACK");
-        return false;
-    }
-    return db.Exec("COMMIT");
+    return false;
 }
 
 std::optional<Version> NewestVersion(const std::string& client) {

@@ -16,10 +16,9 @@
 
 #include "dlog.h"
 #include "log/log_format.h"
+#include "log/log_writer.h"
 
 namespace {
-
-std::mutex g_write_lock;
 
 // JOURNAL_STREAM is inherited by children whose stderr may be elsewhere, so it only
 // counts when it names the device and inode stderr really has.
@@ -54,19 +53,14 @@ int SyslogPriority(int prio) {
     return LOG_DEBUG;
 }
 
-int WriteAll(const std::string& line) {
-    std::lock_guard<std::mutex> hold(g_write_lock);
-    size_t done = 0;
-    while (done < line.size()) {
-        ssize_t n = write(STDERR_FILENO, line.data() + done, line.size() - done);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return -errno;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return static_cast<int>(done);
+// One line on stderr: its time, then the line. WARN and worse are written before the call
+// returns; the rest goes out with the log's next batch.
+int WriteLine(int prio, const char* tag, const std::string& message) {
+    std::string line;
+    line.reserve(message.size() + 64);
+    host::AppendLineTime(&line);
+    host::AppendLogLine(&line, prio, tag, message);
+    return host::log::Write(line, prio >= DLOG_WARN);
 }
 
 // Says once per unknown value which words QUILLON_LOG_LEVEL takes.
@@ -79,10 +73,9 @@ void WarnUnknownLevel(const char* value) {
             return;
         warned = value;
     }
-    WriteAll(host::LineTime() + " " +
-             host::FormatLogLine(DLOG_WARN, "QUILLON_HOST",
-                                 std::string("QUILLON_LOG_LEVEL '") + value +
-                                     "' is not one of debug, info, warn, error; using info"));
+    WriteLine(DLOG_WARN, "QUILLON_HOST",
+              std::string("QUILLON_LOG_LEVEL '") + value +
+                  "' is not one of debug, info, warn, error; using info");
 }
 
 }  // namespace
@@ -107,6 +100,8 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
     va_end(args);
 
     if (StderrIsJournal()) {
+        // Lines queued for stderr before this one go first.
+        host::log::Flush();
         int rc = sd_journal_send("MESSAGE=%s", message.c_str(), "PRIORITY=%d", SyslogPriority(prio),
                                  "SYSLOG_IDENTIFIER=quillon", "QUILLON_TAG=%s", tag, NULL);
         if (rc >= 0)
@@ -114,5 +109,5 @@ extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const ch
         // The journal refused: a line on stderr still reaches it through the stream.
     }
     // The journal keeps its own time; a line on stderr carries it.
-    return WriteAll(host::LineTime() + " " + host::FormatLogLine(prio, tag, message));
+    return WriteLine(prio, tag, message);
 }

@@ -11,8 +11,9 @@ namespace host {
 // "warn", "error"); unset or unknown values mean "info" (*known, when given, says which).
 int LogThreshold(const char* level_name, bool* known = nullptr);
 
-// "2026-11-23T21:30:05.123Z": the UTC time of a line on stderr, to the millisecond.
-std::string LineTime();
+// Appends "2026-11-23T21:30:05.123Z ": the UTC time of a line on stderr, to the millisecond,
+// and a blank.
+void AppendLineTime(std::string* out);
 
 // 'V', 'D', 'I', 'W', 'E', 'F', or '?' for a level outside those.
 char LevelLetter(int prio);
@@ -25,8 +26,8 @@ constexpr size_t kMaxMessageBytes = 4096;
 // kMaxMessageBytes (back to a character boundary) followed by "…[N bytes cut]".
 std::string FormatMessage(const char* fmt, va_list args);
 
-// "I/PXM_CORE: message\n": one line whatever the message holds, so readers can split the
-// stream on line feeds (trailing line feeds dropped, inner ones written as "\n").
-std::string FormatLogLine(int prio, const char* tag, const std::string& message);
+// Appends "I/PXM_CORE: message\n": one line whatever the message holds, so readers can
+// split the stream on line feeds (trailing line feeds dropped, inner ones written as "\n").
+void AppendLogLine(std::string* out, int prio, const char* tag, const std::string& message);
 
 }  // namespace host

@@ -28,6 +28,10 @@ namespace {
 constexpr unsigned kExitSyncMs = 5000;
 // Pause before a failed batch is tried again.
 constexpr auto kRetryDelay = std::chrono::seconds(1);
+// At most one batch goes to disk in this time: a write after a quiet spell goes at once, and
+// a key written on every change of a burst (as db/bleapp/db_updated is) costs two flushes
+// per batch, not two per write.
+constexpr auto kBatchInterval = std::chrono::milliseconds(10);
 
 struct Entry {
     Pending kind;
@@ -68,8 +72,13 @@ int Apply(const std::string& dir, const std::string& name, const Entry& entry) {
 void Run() {
     Writer& w = TheWriter();
     std::unique_lock<std::mutex> hold(w.lock);
+    auto last_batch = std::chrono::steady_clock::now() - kBatchInterval;
     for (;;) {
         w.queued.wait(hold, [&] { return !w.pending.empty(); });
+        hold.unlock();
+        std::this_thread::sleep_until(last_batch + kBatchInterval);
+        last_batch = std::chrono::steady_clock::now();
+        hold.lock();
         std::map<std::string, Entry> batch = w.pending;
         hold.unlock();
 

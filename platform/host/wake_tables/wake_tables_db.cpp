@@ -4,10 +4,13 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <system_error>
+#include <thread>
 
 #include "common/missing_service.h"
 #include "common/platform_root.h"
@@ -42,6 +45,51 @@ const char kSchema[] =
 const char* const kProbes[] = {
     "SELECT address, device_type, permission, registered, added_at FROM bt_headless",
     "SELECT address, flags FROM wowl_wakers"};
+
+// Committed pages the write-ahead log may hold before a checkpoint copies them into the
+// database (SQLite's own default).
+constexpr int kCheckpointPages = 1000;
+constexpr int kMaxLogPages = 10 * kCheckpointPages;
+
+// A checkpoint flushes the disk twice, so it never runs on the caller's thread: a thread of
+// its own, on a connection of its own, copies the log back while callers go on writing
+// (SQLite's passive checkpoint waits for nobody). One at a time.
+std::atomic<bool> g_checkpointing{false};
+
+void Checkpoint(std::string path) {
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, kBusyTimeoutMs);
+        int rc =
+            sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+        if (rc != SQLITE_OK && rc != SQLITE_BUSY) {
+            WAKE_LOG(DLOG_WARN, "wake tables: checkpoint of %s failed: %s", path.c_str(),
+                     sqlite3_errmsg(db));
+        }
+    }
+    // Not the last connection (the shared one stays open), so closing checkpoints nothing.
+    sqlite3_close(db);
+    g_checkpointing = false;
+}
+
+// Called by SQLite after each commit, in place of its automatic checkpoint.
+int OnCommit(void*, sqlite3* db, const char* name, int pages) {
+    // Writers that never pause leave a passive checkpoint behind for good; past this the
+    // committing thread catches up itself, as SQLite's own checkpoint would have.
+    if (pages >= kMaxLogPages) {
+        sqlite3_wal_checkpoint_v2(db, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+        return SQLITE_OK;
+    }
+    if (pages >= kCheckpointPages && !g_checkpointing.exchange(true)) {
+        const char* file = sqlite3_db_filename(db, name);
+        try {
+            std::thread(Checkpoint, std::string(file ? file : "")).detach();
+        } catch (const std::system_error&) {
+            g_checkpointing = false;  // the next commit tries again
+        }
+    }
+    return SQLITE_OK;
+}
 
 // One connection per process: the schema is checked once and no checkpoint runs per call.
 // Never destroyed, so a late call at exit still finds it.
@@ -90,6 +138,8 @@ int TryOpen(const std::string& path, sqlite3** db, std::string* error) {
     if (rc == SQLITE_OK) {
         sqlite3_busy_timeout(opened, kBusyTimeoutMs);
         rc = sqlite3_exec(opened, kSchema, nullptr, nullptr, nullptr);
+        // Replaces the automatic checkpoint, which would flush on the committing thread.
+        sqlite3_wal_hook(opened, OnCommit, nullptr);
     }
     // Tables of another shape under our names would fail every later statement.
     for (const char* probe : kProbes) {
