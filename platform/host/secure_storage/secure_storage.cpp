@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -187,10 +188,35 @@ bool KeepUnreadableAside(const std::string& dir, const std::string& name, const 
     return true;
 }
 
+// Holds an exclusive lock on the items' folder, across processes, for its lifetime.
+class FolderLock {
+public:
+    explicit FolderLock(const std::string& dir)
+        : fd_(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        while (fd_ >= 0 && flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    ~FolderLock() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+private:
+    int fd_;
+};
+
 // The key, made when missing. Items sealed under a lost key can never be read again with a
-// new one, so they are kept aside first, each named in the log.
+// new one, so they are kept aside first, each named in the log. Deciding that the key is lost
+// and making the new one happen under the folder's lock, with the key read again there:
+// another process may have made the key, and written an item under it, since the first read.
 int LoadOrMakeKey(const std::string& dir, SecureKey* key) {
     int rc = host::secure::LoadKey(false, key->bytes);
+    if (rc != SS_ERROR_NO_SUCH_ITEM)
+        return rc;
+    FolderLock lock(dir);
+    rc = host::secure::LoadKey(false, key->bytes);
     if (rc != SS_ERROR_NO_SUCH_ITEM)
         return rc;
     std::vector<std::string> orphans;
