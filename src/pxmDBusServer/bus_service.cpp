@@ -270,8 +270,8 @@ void PXMDBusServer::m_HandleMethodCall(GDBusConnection* /*connection*/, const gc
     }
     // Every method of these two interfaces may change a list, and each change starts a save.
     if (pInstance->m_pPXMCore != nullptr && interface_name != nullptr &&
-        (std::strcmp(interface_name, "org.nuvak.quillon.SetInterface") == 0 ||
-         std::strcmp(interface_name, "org.nuvak.quillon.UxInterface") == 0)) {
+        (std::strcmp(interface_name, PXM_DBUS_SET_INTERFACE) == 0 ||
+         std::strcmp(interface_name, PXM_DBUS_UX_INTERFACE) == 0)) {
         pInstance->m_pPXMCore->DB_WaitForSaveRoom();
     }
     // The bus library delivers only the methods of the introspection data, all of which
