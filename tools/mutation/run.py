@@ -3,6 +3,8 @@
 
 Usage: tools/mutation/run.py WORKTREE BUILD_DIR [--only ID,ID] [--out results.jsonl]
 
+The mutants are read from every *.txt file beside this script, one file per room.
+
 WORKTREE is a git checkout that this script may change (use a worktree of its own: every
 mutant is applied there and undone with `git checkout`). BUILD_DIR is a configured build of
 it with the tests. A mutant is caught when at least one test fails or times out. The quick
@@ -18,7 +20,7 @@ import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SLOW = r"integration\.test_(prompt_flow|daemon_lifecycle|crash_storm|prompt_window|install)$"
+SLOW = r"integration\.test_(daemon_lifecycle|crash_storm|prompt_window|install)$"
 
 
 def parse(path):
@@ -89,7 +91,10 @@ def main():
     ap.add_argument("--jobs", type=int, default=2)
     args = ap.parse_args()
 
-    mutants = parse(os.path.join(HERE, "mutants.txt"))
+    mutants = []
+    for name in sorted(os.listdir(HERE)):
+        if name.endswith(".txt"):
+            mutants += parse(os.path.join(HERE, name))
     if args.only:
         wanted = set(args.only.split(","))
         mutants = [m for m in mutants if m["id"] in wanted]
