@@ -1,11 +1,8 @@
-"""Shared helpers for the integration tests: a private platform root, quillon-platform,
-a private system-type dbus-daemon with the project's policy, the quillon daemon with its
-stderr captured, and a NOTIFY_SOCKET receiver standing in for systemd.
+"""The integration tests' harness: a private platform root, a private system-type bus with
+the project's policy, the daemon with its stderr captured, Xvfb. Every wait has a timeout;
+nothing sleeps for a fixed time. Run with Debian's /usr/bin/python3."""
 
-Every helper waits for events with a timeout; none sleeps for a fixed time. Run with
-Debian's /usr/bin/python3 (python3-gi and python3-dbus live there).
-"""
-
+import collections
 import fcntl
 import getpass
 import json
@@ -21,6 +18,8 @@ import threading
 import time
 import unittest
 
+from gi.repository import Gio, GLib
+
 BUS_NAME = "org.nuvak.quillon"
 OBJECT_PATH = "/org/nuvak/quillon"
 SET_INTERFACE = "org.nuvak.quillon.SetInterface"
@@ -34,16 +33,17 @@ LOG_NAME_ACQUIRED = "[DBusServer] on_name_acquired name org.nuvak.quillon"
 LOG_REGISTERED = "[DBusServer] register_object completed"
 LOG_RUNNING = "[DAEMON] Quillon service is running"
 LOG_INACTIVE = "[DAEMON] Quillon service is inactive"
+STATUS_CHANGED = "pxm_signal_status_changed"
+MIRRORING_CHANGED = "pxm_signal_tv_init_mirroring_changed"
+INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
 
 
 def source_dir():
-    """The repository root: $QUILLON_SOURCE_DIR, else two levels above this file."""
     env = os.environ.get("QUILLON_SOURCE_DIR")
     return pathlib.Path(env) if env else pathlib.Path(__file__).resolve().parents[2]
 
 
 def program(name):
-    """A built program: from $QUILLON_BIN_DIR, else build/bin of the repository."""
     env = os.environ.get("QUILLON_BIN_DIR")
     path = (pathlib.Path(env) if env else source_dir() / "build" / "bin") / name
     if not path.exists():
@@ -52,9 +52,8 @@ def program(name):
 
 
 def system_account(name, groups=None, group_only=False):
-    """(uid, gid) of a system user (or gid of a group) the package's sysusers file would
-    make, made when missing. Never removed: tests in other processes may be using it, and
-    creation is serialised across them."""
+    """(uid, gid) of a system user (or gid of a group), made when missing, never removed:
+    tests in other processes may be running as it."""
     with open("/tmp/quillon-test-accounts.lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         database = "group" if group_only else "passwd"
@@ -73,8 +72,7 @@ def system_account(name, groups=None, group_only=False):
 
 
 def wait_until(condition, timeout):
-    """Polls condition() until it is truthy; its value, or None after timeout seconds. For
-    state another process keeps on disk, which announces nothing."""
+    """condition()'s first truthy value, polled; None after timeout seconds."""
     deadline = time.monotonic() + timeout
     while True:
         value = condition()
@@ -84,8 +82,6 @@ def wait_until(condition, timeout):
 
 
 class PlatformRoot:
-    """A temporary QUILLON_PLATFORM_ROOT, removed again by cleanup()."""
-
     def __init__(self):
         self.path = pathlib.Path(tempfile.mkdtemp(prefix="quillon-root-"))
 
@@ -96,7 +92,6 @@ class PlatformRoot:
         return env
 
     def platform(self, *args, check=True, timeout=30):
-        """Runs quillon-platform ARGS on this root; returns the CompletedProcess."""
         result = subprocess.run([program("quillon-platform"), *map(str, args)],
                                 env=self.env(), capture_output=True, text=True,
                                 timeout=timeout)
@@ -106,17 +101,14 @@ class PlatformRoot:
         return result
 
     def init(self):
-        """Seeds the default settings, as a fresh TV has them."""
         return self.platform("init")
 
     def stored(self):
-        """The stored device list as text, or None when there is no item."""
         result = self.platform("secure-read", STORAGE_ITEM, check=False)
         return result.stdout if result.returncode == 0 else None
 
     def verdicts(self):
-        """The stored list as {Wi-Fi address: status}; {} when nothing is stored. Fails
-        unless the item is the current format: "2", a line feed and a JSON array."""
+        """The stored list, which must be in the current format, as {Wi-Fi address: status}."""
         text = self.stored()
         if text is None:
             return {}
@@ -126,7 +118,6 @@ class PlatformRoot:
                 for e in json.loads(text[2:])}
 
     def seed(self, text):
-        """Stores text as the device list, as an older daemon would have left it."""
         path = self.path.parent / (self.path.name + ".seed")
         path.write_text(text)
         try:
@@ -135,14 +126,12 @@ class PlatformRoot:
             path.unlink()
 
     def wake_tables(self):
-        """The addresses in the Bluetooth power-on table and in the Wake-on-WLAN table."""
         tables = json.loads(self.platform("wake-tables", "--json").stdout)
         return ({d["address"].upper() for d in tables["bt_headless"]},
                 {w["address"].upper() for w in tables["wowl_wakers"]})
 
     def temporaries(self, keep_pid=None):
-        """Temporary files (".tmp-<pid>-*") in secure/ and settings/, as "folder/name"; those
-        of keep_pid, a writer still running, are left out."""
+        """".tmp-<pid>-*" files in secure/ and settings/ but those of keep_pid's writer."""
         live = f".tmp-{keep_pid}-"
         return sorted(f"{folder}/{entry.name}" for folder in ("secure", "settings")
                       if (self.path / folder).is_dir()
@@ -154,7 +143,7 @@ class PlatformRoot:
 
 
 class LineCollector:
-    """Reads a stream on a thread of its own and keeps its lines; waits for a line."""
+    """A stream's lines, read on a thread of its own."""
 
     def __init__(self, stream):
         self._lines = []
@@ -180,8 +169,7 @@ class LineCollector:
         return "\n".join(self.lines())
 
     def wait_for(self, text, timeout=10.0, start=0):
-        """The first line at index >= start containing text, or None after timeout
-        (or when the stream closed without it)."""
+        """The first line at index >= start containing text; None after timeout or at the end."""
         deadline = time.monotonic() + timeout
         with self._cond:
             index = start
@@ -200,8 +188,7 @@ class LineCollector:
 
 
 class PrivateSystemBus:
-    """A dbus-daemon of system type on a private socket, configured from
-    data/dbus-dev-system.conf.in so that data/org.nuvak.quillon.conf is in force."""
+    """A system-type dbus-daemon on a private socket with data/org.nuvak.quillon.conf."""
 
     def __init__(self, workdir):
         self.workdir = pathlib.Path(workdir)
@@ -220,7 +207,6 @@ class PrivateSystemBus:
         self.process = subprocess.Popen(
             [dbus_daemon, f"--config-file={config_path}", "--nofork", "--print-address=1"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        # It prints its address once it listens.
         ready, _, _ = select.select([self.process.stdout], [], [], 10.0)
         self.address = self.process.stdout.readline().decode().strip() if ready else ""
         if not self.address:
@@ -229,11 +215,9 @@ class PrivateSystemBus:
             raise AssertionError(f"dbus-daemon printed no address: {err}")
 
     def env(self):
-        """What a client of this bus needs: GLib and libdbus honour this variable."""
         return {"DBUS_SYSTEM_BUS_ADDRESS": self.address}
 
     def gdbus(self, *args, timeout=30):
-        """Runs `gdbus ARGS --address ADDRESS`; returns the CompletedProcess."""
         command, rest = args[0], args[1:]
         return subprocess.run(["gdbus", command, "--address", self.address, *rest],
                               capture_output=True, text=True, timeout=timeout)
@@ -259,7 +243,7 @@ class PrivateSystemBus:
 
 
 class NotifySocket:
-    """A datagram socket standing in for systemd's NOTIFY_SOCKET."""
+    """systemd's NOTIFY_SOCKET."""
 
     def __init__(self, workdir):
         self.path = str(pathlib.Path(workdir) / "notify.sock")
@@ -270,7 +254,6 @@ class NotifySocket:
         return {"NOTIFY_SOCKET": self.path}
 
     def wait_for(self, text, timeout):
-        """The first datagram containing text within timeout, or None."""
         deadline = time.monotonic() + timeout
         while True:
             remaining = deadline - time.monotonic()
@@ -285,10 +268,9 @@ class NotifySocket:
 
 
 class Daemon:
-    """build/bin/quillon as a child process with its stderr captured line by line."""
+    """The daemon with its stderr collected; prefix runs it (setpriv as another user)."""
 
     def __init__(self, env, prefix=()):
-        # prefix: a command that runs the daemon, e.g. setpriv as another user.
         self.process = subprocess.Popen([*prefix, program("quillon")], env=env,
                                         stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
@@ -298,14 +280,12 @@ class Daemon:
         return self.log.wait_for(text, timeout)
 
     def wait_exit(self, timeout=15.0):
-        """The exit status (negative: killed by that signal), or None if still running."""
         try:
             return self.process.wait(timeout=timeout)
         except subprocess.TimeoutExpired:
             return None
 
     def stop(self, sig=signal.SIGTERM, timeout=15.0):
-        """Sends sig and waits for the exit; kills after timeout. Returns the status."""
         if self.process.poll() is None:
             self.process.send_signal(sig)
         status = self.wait_exit(timeout)
@@ -317,20 +297,11 @@ class Daemon:
         return status
 
 
-def output_dir():
-    """Where a test leaves what a person may want to look at (screenshots):
-    $QUILLON_TEST_OUTPUT, else test-output/ of the working folder."""
-    path = pathlib.Path(os.environ.get("QUILLON_TEST_OUTPUT", "test-output")).resolve()
-    path.mkdir(parents=True, exist_ok=True)
-    return path
-
-
 X_TOOLS = ("Xvfb", "xdotool", "import")
 
 
 class XServer:
-    """Xvfb on a free display (the server picks it) at a TV's 1280x720, and X clients
-    (xdotool, import) run against it."""
+    """Xvfb at a TV's 1280x720 on a display it picks, and X clients run against it."""
 
     def __init__(self):
         read, write = os.pipe()
@@ -349,13 +320,14 @@ class XServer:
                               capture_output=True, text=True, timeout=timeout)
 
     def find_window(self, title, sync=True):
-        """The id of the first window with this title (waiting for it with sync), or None."""
         found = self.run("xdotool", "search", *(["--sync"] if sync else []), "--name", title)
         return found.stdout.split()[0] if found.returncode == 0 else None
 
     def screenshot(self, name):
-        """The whole screen as output_dir()/name; its path."""
-        shot = output_dir() / name
+        """The screen as $QUILLON_TEST_OUTPUT/name (default test-output/), for a person."""
+        folder = pathlib.Path(os.environ.get("QUILLON_TEST_OUTPUT", "test-output")).resolve()
+        folder.mkdir(parents=True, exist_ok=True)
+        shot = folder / name
         result = self.run("import", "-window", "root", str(shot))
         if result.returncode != 0:
             raise AssertionError(f"import failed: {result.stderr}")
@@ -367,8 +339,8 @@ class XServer:
 
 
 class QuillonTestCase(unittest.TestCase):
-    """Gives each test its own root, and starts a bus and the daemon on request; all of it
-    is stopped and removed when the test ends, also when it fails."""
+    """A root of its own for each test; a bus, the daemon and Xvfb on request, all of it
+    stopped and removed when the test ends."""
 
     def setUp(self):
         self.root = PlatformRoot()
@@ -378,7 +350,6 @@ class QuillonTestCase(unittest.TestCase):
         self.bus = None
 
     def start_x(self):
-        """An X server for this test; skips the test when Xvfb or its tools are missing."""
         if not all(shutil.which(tool) for tool in X_TOOLS):
             raise unittest.SkipTest("needs Xvfb, xdotool and ImageMagick's import (make deps)")
         self.xserver = XServer()
@@ -400,15 +371,26 @@ class QuillonTestCase(unittest.TestCase):
         return env
 
     def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0, prefix=()):
-        """Starts quillon; with wait_for, fails unless that log line appears in time."""
         daemon = Daemon(self.daemon_env(extra_env), prefix)
         self.addCleanup(daemon.stop, signal.SIGTERM, 10.0)
         if wait_for is not None and daemon.wait_for_log(wait_for, timeout) is None:
             self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
         return daemon
 
+    def serve(self, extra_env=None, prefix=()):
+        """A serving daemon and a bus client of it, as self.daemon and self.client."""
+        self.daemon = self.start_serving_daemon(extra_env, prefix)
+        self.client = BusClient(self.bus.address)
+        self.addCleanup(self.client.close)
+        return self.daemon, self.client
+
+    def ctl(self, *args, env=None, prefix=(), timeout=60):
+        """quillonctl ARGS against the test's bus (or env's)."""
+        return subprocess.run([*prefix, program("quillonctl"), *map(str, args)],
+                              env=dict(os.environ, **(env or self.bus.env())),
+                              capture_output=True, text=True, timeout=timeout)
+
     def start_serving_daemon(self, extra_env=None, prefix=()):
-        """A bus, an initialised root and a daemon that owns its name and object."""
         if self.bus is None:
             self.start_bus()
         self.root.init()
@@ -425,3 +407,138 @@ class QuillonTestCase(unittest.TestCase):
             self.assertGreaterEqual(found, 0, f"'{text}' missing or out of order in:\n"
                                     + "\n".join(lines))
             at = found + 1
+
+
+
+def interface_of(method):
+    if method == "pxm_feedback_ux":
+        return UX_INTERFACE
+    return GET_INTERFACE if method.startswith("pxm_get_") else SET_INTERFACE
+
+
+def mac_ind(mac, ind):
+    return GLib.Variant("(si)", (mac, ind))
+
+
+def mac_ind_value(mac, ind, value):
+    return GLib.Variant("(sii)", (mac, ind, value))
+
+
+def record(name="Phone", bt="", wifi="", p2p="", zel_id="", mirroring_id="", devtype=1,
+           devicon=2, status=0, tv_init=0, no_ux=0, ux_always=0):
+    """The twelve arguments of the request and feedback methods, "(ssssssiiiiii)"."""
+    return GLib.Variant("(ssssssiiiiii)", (name, bt, wifi, p2p, zel_id, mirroring_id, devtype,
+                                           devicon, status, tv_init, no_ux, ux_always))
+
+
+# kind: "reply", "error" or "signal"; name: the method's or signal's; value: the unpacked
+# body, or the D-Bus error's name.
+Event = collections.namedtuple("Event", "kind name value")
+
+
+class BusClient:
+    """A connection to the test's bus that records replies and the daemon's signals."""
+
+    def __init__(self, address):
+        flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
+                 Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
+        self.conn = Gio.DBusConnection.new_for_address_sync(address, flags, None, None)
+        self.events = []
+        self._subscription = self.conn.signal_subscribe(
+            BUS_NAME, UX_INTERFACE, None, OBJECT_PATH, None,
+            Gio.DBusSignalFlags.NONE, self._on_signal)
+        # Answered only after the match rule sent before it: no signal is missed from now on.
+        self.conn.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                            "org.freedesktop.DBus", "GetId", None, None,
+                            Gio.DBusCallFlags.NONE, 5000, None)
+
+    def close(self):
+        self.conn.signal_unsubscribe(self._subscription)
+        self.conn.close_sync(None)
+
+    def _on_signal(self, _conn, _sender, _path, _interface, name, parameters):
+        self.events.append(Event("signal", name, parameters.unpack()))
+
+    def send(self, method, parameters=None, timeout=30.0):
+        """Sends the call; its answer arrives later as an event."""
+
+        def done(conn, result, _data):
+            try:
+                reply = conn.call_finish(result)
+                self.events.append(Event("reply", method, reply.unpack()))
+            except GLib.Error as error:
+                remote = Gio.DBusError.get_remote_error(error)
+                if remote is None and error.matches(Gio.io_error_quark(),
+                                                    Gio.IOErrorEnum.TIMED_OUT):
+                    remote = "timeout"
+                self.events.append(Event("error", method, remote or error.message))
+
+        self.conn.call(BUS_NAME, OBJECT_PATH, interface_of(method), method, parameters,
+                       None, Gio.DBusCallFlags.NO_AUTO_START, int(timeout * 1000), None, done,
+                       None)
+
+    def answer(self, method, start=0, timeout=30.0):
+        """The first reply or error event of method at index >= start, waiting for it."""
+
+        def find():
+            for event in self.events[start:]:
+                if event.kind != "signal" and event.name == method:
+                    return event
+            return None
+
+        return self.run_until(find, timeout)
+
+    def call(self, method, parameters=None, timeout=30.0, error=False):
+        """Calls and waits: the reply tuple, raising on an error; with error=True, the
+        error's name (None when the call was answered)."""
+        start = len(self.events)
+        self.send(method, parameters, timeout)
+        event = self.answer(method, start, timeout + 5)
+        if event is None:
+            raise AssertionError(f"{method}: no answer")
+        if error:
+            return event.value if event.kind == "error" else None
+        if event.kind == "error":
+            raise AssertionError(f"{method}: {event.value}")
+        return event.value
+
+    def signals(self, name=None, start=0):
+        return [e for e in self.events[start:]
+                if e.kind == "signal" and (name is None or e.name == name)]
+
+    def wait_signals(self, count, name=STATUS_CHANGED, start=0, timeout=10.0):
+        """The first count signals (of name) at index >= start; fewer after timeout."""
+        self.run_until(lambda: len(self.signals(name, start)) >= count, timeout)
+        return self.signals(name, start)
+
+    def index(self, kind, name, start=0):
+        for i in range(start, len(self.events)):
+            if self.events[i].kind == kind and self.events[i].name == name:
+                return i
+        return -1
+
+    def flush(self):
+        """Lets every signal the daemon sent before now arrive. The daemon handles calls one
+        at a time on its main loop, so the answer to a harmless query comes after whatever
+        the calls before it signalled."""
+        self.call("pxm_get_status", GLib.Variant("(si)", ("flush", 1)))
+
+    @staticmethod
+    def run_until(condition, timeout):
+        """Runs the default main context until condition() is truthy; its value, or None
+        after timeout seconds."""
+        context = GLib.MainContext.default()
+        deadline = time.monotonic() + timeout
+        woken = []
+        source = GLib.timeout_add(int(timeout * 1000) + 1, lambda: woken.append(1) or False)
+        try:
+            while True:
+                value = condition()
+                if value:
+                    return value
+                if woken or time.monotonic() >= deadline:
+                    return None
+                context.iteration(True)
+        finally:
+            if not woken:
+                GLib.source_remove(source)

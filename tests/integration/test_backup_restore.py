@@ -5,14 +5,9 @@ cannot read restores nothing and is reported as a failure; a request for another
 is left alone."""
 
 import json
-import os
-import subprocess
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 CLIENT = "Zq8Tn3Wd5R"
 PHONE_BT = "AA:BB:CC:DD:EE:01"
@@ -30,22 +25,14 @@ class BackupRestore(qh.QuillonTestCase):
         return json.loads(result.stdout) if result.returncode == 0 else None
 
     def quillonctl(self, *args):
-        env = self.root.env({"DBUS_SYSTEM_BUS_ADDRESS": self.bus.address})
-        return subprocess.run([qh.program("quillonctl"), *args], env=env, capture_output=True,
-                              text=True, timeout=60)
-
-    def serve(self):
-        daemon = self.start_serving_daemon()
-        client = qb.BusClient(self.bus.address)
-        self.addCleanup(client.close)
-        return daemon, client
+        return self.ctl(*args, env=self.root.env(self.bus.env()))
 
     def test_a_reset_tv_gets_its_devices_back_from_the_backup(self):
         daemon, client = self.serve()
-        self.assertEqual((0,), client.call("pxm_request_access", qb.record(
+        self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="Phone", bt=PHONE_BT, wifi=PHONE_WIFI, zel_id="zel-1", devtype=3, devicon=4,
             tv_init=1, no_ux=1)))
-        self.assertEqual((1,), client.call("pxm_request_access", qb.record(
+        self.assertEqual((1,), client.call("pxm_request_access", qh.record(
             name="Laptop", wifi=LAPTOP_WIFI, status=1, no_ux=1)))
 
         # The service holds the whole list, entry by entry in backup form.

@@ -1,24 +1,23 @@
-"""The running daemon's bus methods as a client meets them on a private system bus:
-arguments of the wrong type refused by the bus layer, over-long texts cut to the record,
-and quillonctl's output and exit statuses for every command. Each method's codes,
-signals and their order against the reply are proven by the handler tests."""
+"""The daemon's bus methods as a client meets them on a private system bus: verdicts
+announced after the reply, stored, followed by the wake tables and kept over a restart;
+arguments of the wrong type refused by the bus layer; over-long texts cut to the record;
+quillonctl's output and exit status for every command. Each method's codes and signals are
+proven by the handler tests."""
 
 import json
 import os
 import subprocess
-import sys
 import unittest
 
 from gi.repository import GLib
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
-from quillon_bus import mac_ind, mac_ind_value  # noqa: E402
+import quillon_harness as qh
 
 BT = "AA:BB:CC:DD:EE:01"
 WIFI = "AA:BB:CC:DD:EE:02"
 P2P = "AA:BB:CC:DD:EE:03"
+LAPTOP_BT = "AA:BB:CC:DD:EE:21"
+LAPTOP_WIFI = "AA:BB:CC:DD:EE:22"
 UNKNOWN = "AA:BB:CC:DD:EE:99"
 
 
@@ -26,81 +25,94 @@ class BusMethodsCase(qh.QuillonTestCase):
 
     def setUp(self):
         super().setUp()
-        self.daemon = self.start_serving_daemon()
-        self.client = qb.BusClient(self.bus.address)
-        self.addCleanup(self.client.close)
+        self.serve()
 
     def store_forced(self, **fields):
         """A device stored without a prompt (the requester forces its verdict)."""
         fields.setdefault("no_ux", 1)
-        code = self.client.call("pxm_request_access", qb.record(**fields))[0]
-        self.assertEqual(fields.get("status", 0), code)
+        self.assertEqual((fields.get("status", 0),),
+                         self.client.call("pxm_request_access", qh.record(**fields)))
 
-    def device(self, mac, ind, method="pxm_get_device"):
-        elements, found = self.client.call(method, mac_ind(mac, ind))
-        self.assertEqual(1, len(elements))
-        return elements[0], found
+    def wait_stored(self, predicate):
+        """The saves run on a thread of their own, after the reply."""
+        text = qh.wait_until(lambda: predicate(self.root.stored() or ""), 15.0)
+        self.assertTrue(text, f"the stored list never matched; it is:\n{self.root.stored()}")
 
 
-class Robustness(BusMethodsCase):
+class BusMethods(BusMethodsCase):
 
-    def test_arguments_of_the_wrong_type_are_refused_by_the_bus_layer(self):
+    def test_verdicts_are_announced_stored_followed_by_the_tables_and_kept(self):
+        client, start = self.client, len(self.client.events)
+        self.store_forced(name="Phone", bt=BT, wifi=WIFI, zel_id="zel-1", devtype=3, devicon=4,
+                          tv_init=1)
+        self.store_forced(name="Laptop", bt=LAPTOP_BT, wifi=LAPTOP_WIFI, status=1)
+        self.store_forced(name="Tablet", p2p=P2P, status=1)
+        self.assertEqual([(BT, WIFI, "0", 0), (LAPTOP_BT, LAPTOP_WIFI, "0", 1), ("0", "0", P2P, 1)],
+                         [s.value for s in client.wait_signals(3, start=start)])
+        # The reply precedes the signal: callers read the list on the signal.
+        self.assertLess(client.index("reply", "pxm_request_access", start),
+                        client.index("signal", qh.STATUS_CHANGED, start))
+        self.assertEqual(({BT}, {WIFI}), self.root.wake_tables())
+        for method, args, tables in [
+                ("pxm_set_status", (BT, 1, 1), (set(), set())),
+                ("pxm_set_status", (LAPTOP_WIFI, 2, 0), ({LAPTOP_BT}, {LAPTOP_WIFI})),
+                ("pxm_remove_device", (LAPTOP_BT, 1), (set(), set())),
+                ("pxm_set_status", (BT, 1, 0), ({BT}, {WIFI}))]:
+            variant = qh.mac_ind_value(*args) if len(args) == 3 else qh.mac_ind(*args)
+            self.assertEqual((1,), client.call(method, variant))
+            self.assertEqual(tables, self.root.wake_tables(), (method, args))
+        self.wait_stored(lambda text: BT in text and P2P in text and LAPTOP_BT not in text)
+
+        self.assertEqual(0, self.daemon.stop())
+        self.daemon = self.start_serving_daemon()
+        client.flush()
+        elements, count = client.call("pxm_get_list")
+        self.assertEqual(2, count)
+        phone, tablet = elements
+        self.assertEqual(("Phone", BT, WIFI), phone[:3])
+        self.assertEqual((3, 4, 0, 1, 1, 0, "zel-1"), phone[4:11])
+        self.assertEqual(("Tablet", P2P, 1), (tablet[0], tablet[3], tablet[6]))
+        self.assertEqual((0,), client.call("pxm_get_status", qh.mac_ind(WIFI, 2)))
+        self.assertEqual(({BT}, {WIFI}), self.root.wake_tables())
+        # Nothing left: the stored list goes too.
+        self.assertEqual((1,), client.call("pxm_remove_all"))
+        self.assertEqual((set(), set()), self.root.wake_tables())
+        self.wait_stored(lambda text: BT not in text)
+
+    def test_wrong_types_are_refused_by_the_bus_layer_and_long_texts_cut(self):
         self.store_forced(name="Phone", bt=BT)
         self.client.flush()
         start = len(self.client.events)
-        wrong = [
-            ("pxm_request_access", GLib.Variant("(ssssss)", ("N", UNKNOWN, "", "", "", ""))),
-            ("pxm_request_access", GLib.Variant("(ssssssiiiiis)",
-                                                ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 1,
-                                                 "0"))),
-            ("pxm_set_status", GLib.Variant("(sis)", (BT, 1, "1"))),
-            ("pxm_set_status", GLib.Variant("(si)", (BT, 1))),
-            ("pxm_remove_device", GLib.Variant("(ii)", (1, 1))),
-            ("pxm_remove_all", GLib.Variant("(i)", (1,))),
-            ("pxm_get_status", GLib.Variant("(s)", (BT,))),
-            ("pxm_get_device", GLib.Variant("(sx)", (BT, 1))),
-            ("pxm_set_device_extended_param_string", GLib.Variant("(siii)", (BT, 1, 2, 1))),
-            ("pxm_feedback_ux", GLib.Variant("(ssssssiiiiiii)",
-                                             ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 0, 0, 0))),
-        ]
-        for method, parameters in wrong:
-            with self.subTest(method=method, signature=parameters.get_type_string()):
-                self.assertEqual(qb.INVALID_ARGS, self.client.call_error(method, parameters))
+        for method, signature, values in [
+                ("pxm_request_access", "(ssssss)", ("N", UNKNOWN, "", "", "", "")),
+                ("pxm_request_access", "(ssssssiiiiis)",
+                 ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 1, "0")),
+                ("pxm_set_status", "(sis)", (BT, 1, "1")),
+                ("pxm_remove_all", "(i)", (1,)),
+                ("pxm_get_device", "(sx)", (BT, 1)),
+                ("pxm_feedback_ux", "(ssssssiiiiiii)",
+                 ("N", UNKNOWN, "", "", "", "", 0, 0, 0, 0, 0, 0, 0))]:
+            with self.subTest(method=method, signature=signature):
+                self.assertEqual(qh.INVALID_ARGS, self.client.call(
+                    method, GLib.Variant(signature, values), error=True))
         self.client.flush()
         self.assertEqual([], self.client.signals(start=start))
-        elements, count = self.client.call("pxm_get_list")
-        self.assertEqual((1, "Phone", 0), (count, elements[0][0], elements[0][6]))
-        # None of them reached a handler.
-        for line in self.daemon.log.lines():
-            self.assertNotIn("called. MAC [AA:BB:CC:DD:EE:01](1) and Status", line)
-            self.assertNotIn(UNKNOWN, line)
+        self.assertEqual(1, self.client.call("pxm_get_list")[1])
+        self.assertNotIn(UNKNOWN, self.daemon.log.text())
 
-    def test_over_long_texts_are_cut_to_the_records_capacities(self):
-        self.assertEqual((0,), self.client.call("pxm_request_access", qb.record(
-            name="N" * 300, bt=BT + "-and-more", wifi="W" * 40, zel_id="Z" * 64,
-            mirroring_id="M" * 64, no_ux=1)))
-        element, found = self.device(BT, 1)
-        self.assertEqual(1, found)
-        self.assertEqual(("N" * 127, BT, "W" * 17), element[:3])
-        self.assertEqual(("Z" * 31, "M" * 31), element[10:])
-
+        self.store_forced(name="N" * 300, bt=LAPTOP_BT + "-and-more", wifi="W" * 40,
+                          zel_id="Z" * 64, mirroring_id="M" * 64)
         # A name cut inside a two-byte character still reads back as text.
-        self.assertEqual((0,), self.client.call("pxm_request_access", qb.record(
-            name="\u00e9" * 100, bt="AA:BB:CC:DD:EE:21", no_ux=1)))
-        element, found = self.device("AA:BB:CC:DD:EE:21", 1)
-        self.assertEqual(1, found)
-        self.assertEqual("\u00e9" * 63 + "\ufffd", element[0])
-        self.assertEqual(2, self.client.call("pxm_get_list")[1])
+        self.store_forced(name="\u00e9" * 100, bt="AA:BB:CC:DD:EE:31")
+        (long,), found = self.client.call("pxm_get_device", qh.mac_ind(LAPTOP_BT, 1))
+        self.assertEqual((1, "N" * 127, LAPTOP_BT, "W" * 17, "Z" * 31, "M" * 31),
+                         (found, *long[:3], *long[10:]))
+        (cut,), found = self.client.call("pxm_get_device", qh.mac_ind("AA:BB:CC:DD:EE:31", 1))
+        self.assertEqual((1, "\u00e9" * 63 + "\ufffd"), (found, cut[0]))
         self.assertIsNone(self.daemon.process.poll())
 
 
 class Quillonctl(BusMethodsCase):
-
-    def ctl(self, *args, env=None, timeout=60):
-        environment = dict(os.environ)
-        environment.update(env if env is not None else self.bus.env())
-        return subprocess.run([qh.program("quillonctl"), *map(str, args)], env=environment,
-                              capture_output=True, text=True, timeout=timeout)
 
     def ctl_json(self, *args, status=0):
         result = self.ctl("--json", *args)
@@ -156,14 +168,13 @@ class Quillonctl(BusMethodsCase):
         self.assertEqual((0, "quillonctl 0.1\n"), (version.returncode, version.stdout))
 
     def test_bad_usage_and_an_unreachable_daemon_have_their_own_statuses(self):
-        for args in (["frobnicate"], [], ["status", BT], ["status", BT, "x"],
-                     ["set-status", BT, "1", "one"], ["list", "extra"], ["list", "--bt", BT],
-                     ["feedback", "--bt", BT], ["monitor", "--count", "0"], ["--bogus", "list"],
+        for args in (["frobnicate"], [], ["status", BT], ["set-status", BT, "1", "one"],
+                     ["list", "extra"], ["list", "--bt", BT], ["feedback", "--bt", BT],
+                     ["monitor", "--count", "0"], ["--bogus", "list"],
                      ["status", BT, "1", "--timeout"],
                      # Checked before any call: addresses, address kinds, verdicts, UTF-8.
-                     ["status", "AA:BB:CC", "bt"], ["status", "AA:BB:CC:DD:EE:GG", "bt"],
-                     ["status", "AA:BB-CC:DD:EE:FF", "bt"], ["status", BT, "4"],
-                     ["status", BT, "0"], ["set-status", BT, "bt", "maybe"],
+                     ["status", "AA:BB:CC", "bt"], ["status", "AA:BB-CC:DD:EE:FF", "bt"],
+                     ["status", BT, "4"], ["set-status", BT, "bt", "maybe"],
                      ["request", "--bt", "not-a-mac"], ["request", "--name", "caf\udce9"]):
             with self.subTest(args=args):
                 result = self.ctl(*args)
@@ -197,17 +208,17 @@ class Quillonctl(BusMethodsCase):
         self.assertIsNotNone(ready.wait_for("watching the signals", 15.0), ready.text())
 
         self.store_forced(name="Phone", bt=BT, p2p=P2P)
-        self.client.call("pxm_set_tv_init_mirroring_status", mac_ind_value(P2P, 3, 1))
+        self.client.call("pxm_set_tv_init_mirroring_status", qh.mac_ind_value(P2P, 3, 1))
         self.client.call("pxm_remove_all")
         out, _ = monitor.communicate(timeout=30)
         self.assertEqual(0, monitor.returncode)
         lines = [json.loads(line) for line in out.splitlines()]
         self.assertEqual([
-            {"signal": qb.STATUS_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
+            {"signal": qh.STATUS_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
              "status": 0, "meaning": "allowed"},
-            {"signal": qb.MIRRORING_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
+            {"signal": qh.MIRRORING_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
              "tvInitMirroringSupport": 1},
-            {"signal": qb.STATUS_CHANGED, "bt_mac": "0", "wifi_mac": "0", "p2p_mac": "0",
+            {"signal": qh.STATUS_CHANGED, "bt_mac": "0", "wifi_mac": "0", "p2p_mac": "0",
              "status": 4, "meaning": "all removed"},
         ], lines)
 

@@ -13,9 +13,7 @@ import sys
 import time
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 from gi.repository import GLib  # noqa: E402
 
@@ -39,10 +37,10 @@ class Change:
         self.address = rng.choice(ADDRESSES)
         self.method = REQUEST if rng.random() < 0.6 else SET_STATUS
         self.value = 1 if rng.random() < 0.3 else 0
-        self.parameters = (qb.record(name=f"Device {number}", wifi=self.address,
+        self.parameters = (qh.record(name=f"Device {number}", wifi=self.address,
                                      status=self.value, no_ux=1)
                            if self.method == REQUEST else
-                           qb.mac_ind_value(self.address, 2, self.value))
+                           qh.mac_ind_value(self.address, 2, self.value))
         self.reply = None
         self.answered_at = None  # time.monotonic() of the reply
 
@@ -152,9 +150,7 @@ class CrashStorm(qh.QuillonTestCase):
         seed = int(os.environ.get("QUILLON_STORM_SEED", "20240611"))
         rng = random.Random(seed)
         self.stats = collections.Counter()
-        daemon = self.start_serving_daemon()
-        client = qb.BusClient(self.bus.address)
-        self.addCleanup(client.close)
+        daemon, client = self.serve()
         stored, calls = {}, 0
         for cycle in range(CYCLES):
             delay_ms = rng.randint(*(LONG_STORM_MS if cycle % 4 == 3 else SHORT_STORM_MS))

@@ -1,13 +1,10 @@
 """The real quillon on the host platform: it runs, pings the watchdog, ends through its
 teardown on SIGTERM/SIGINT, and refuses to run on a root without settings."""
 
-import os
 import signal
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 
 class DaemonLifecycle(qh.QuillonTestCase):

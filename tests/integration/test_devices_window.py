@@ -11,13 +11,10 @@ import json
 import os
 import re
 import subprocess
-import sys
 import time
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 TITLE = "Quillon: devices on this TV"
 PHONE, MARKUP, TABLET_BT, TABLET_WIFI, SPEAKER = (f"AA:BB:CC:DD:EE:0{i}" for i in range(1, 6))
@@ -54,9 +51,7 @@ class DevicesWindow(qh.QuillonTestCase):
             item("Phone", 0, 1, bt=PHONE, mirroring=1), item("<b>x</b>", 1, 2, wifi=MARKUP),
             item("Tablet", 2, 3, bt=TABLET_BT, wifi=TABLET_WIFI),
             item("Speaker", 0, 5, p2p=SPEAKER, dy_type=1)]))
-        self.daemon = self.start_serving_daemon()
-        client = qb.BusClient(self.bus.address)
-        self.addCleanup(client.close)
+        self.daemon, client = self.serve()
         ctl_env = dict(os.environ, **self.bus.env())
 
         where = subprocess.run([qh.program("quillonctl"), "devices"], capture_output=True,
@@ -145,7 +140,7 @@ class DevicesWindow(qh.QuillonTestCase):
                 "says [This user may not call pxm_set_status: it needs root or membership of "
                 "the group quillon-manage.]", 5.0, at), guest_log.text())
             self.assertIsNotNone(guest_log.wait_for("name [Phone] verdict [blocked]", 5.0, at))
-            self.assertEqual((1,), client.call("pxm_get_status", qb.mac_ind(PHONE, 1)))
+            self.assertEqual((1,), client.call("pxm_get_status", qh.mac_ind(PHONE, 1)))
             guest.terminate()
             self.assertEqual(0, guest.wait(10))
             xserver.run("xdotool", "windowfocus", "--sync", window_id)

@@ -6,12 +6,9 @@ import errno
 import os
 import re
 import subprocess
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 # Allowed before the disk fails (and denied while it fails), allowed while it fails, and
 # allowed after it recovers.
@@ -47,26 +44,24 @@ class DiskFull(qh.QuillonTestCase):
     def fail_the_disk_while_verdicts_change(self, env, fail, recover):
         """Allows one device on a healthy disk; after fail(), allows a second and denies the
         first; after recover(), allows a third. Returns `wake-tables --check` as it is then."""
-        daemon = self.start_serving_daemon(env)
-        client = qb.BusClient(self.bus.address)
-        self.addCleanup(client.close)
+        daemon, client = self.serve(env)
         item = self.root.path / "secure" / qh.STORAGE_ITEM
 
-        self.assertEqual((0,), client.call("pxm_request_access", qb.record(
+        self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="Before", bt=BEFORE_BT, wifi=BEFORE_WIFI, no_ux=1)))
         self.assertTrue(qh.wait_until(lambda: self.root.verdicts() == {BEFORE_WIFI: 0}, 10.0),
                         daemon.log.text())
         before = item.read_bytes()
 
         fail()
-        self.assertEqual((0,), client.call("pxm_request_access", qb.record(
+        self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="During", bt=DURING_BT, wifi=DURING_WIFI, no_ux=1), timeout=5.0))
-        self.assertEqual((1,), client.call("pxm_set_status", qb.mac_ind_value(BEFORE_WIFI, 2, 1),
+        self.assertEqual((1,), client.call("pxm_set_status", qh.mac_ind_value(BEFORE_WIFI, 2, 1),
                                            timeout=5.0))
         self.assertIsNotNone(daemon.wait_for_log("Write file failed"), daemon.log.text())
         self.assertIsNotNone(daemon.wait_for_log("settings: writing "), daemon.log.text())
         # The daemon answers from memory while nothing reaches the disk.
-        self.assertEqual((1,), client.call("pxm_get_status", qb.mac_ind(BEFORE_BT, 1),
+        self.assertEqual((1,), client.call("pxm_get_status", qh.mac_ind(BEFORE_BT, 1),
                                            timeout=5.0))
         self.assertEqual(2, client.call("pxm_get_list", timeout=5.0)[1])
         self.assertEqual(before, item.read_bytes(), "the stored list changed on a failing disk")
@@ -74,7 +69,7 @@ class DiskFull(qh.QuillonTestCase):
         self.assertEqual([], [t for t in self.root.temporaries() if t.startswith("secure/")])
 
         recover()
-        self.assertEqual((0,), client.call("pxm_request_access", qb.record(
+        self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="After", wifi=AFTER_WIFI, no_ux=1)))
         expected = {BEFORE_WIFI: 1, DURING_WIFI: 0, AFTER_WIFI: 0}
         self.assertTrue(qh.wait_until(lambda: self.root.verdicts() == expected, 10.0),

@@ -9,13 +9,10 @@ import pathlib
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree as ET
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_harness as qh  # noqa: E402
 
 BUILD = pathlib.Path(os.environ.get("QUILLON_BUILD_DIR", ""))
 PREFIX = os.environ.get("QUILLON_INSTALL_PREFIX", "/usr/local").lstrip("/")

@@ -6,14 +6,11 @@ quillon-platform network shows the same view to an operator."""
 
 import os
 import subprocess
-import sys
 import unittest
 
 from gi.repository import Gio, GLib
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 NM = "org.freedesktop.NetworkManager"
 NM_PATH = "/org/freedesktop/NetworkManager"
@@ -138,16 +135,14 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.addCleanup(nm.stop)
         return nm
 
-    def serve(self):
+    def serve_mode_0(self):
         """Mode 0 and a prompt that answers "undecided", so a device asked about stays new."""
         if self.bus is None:
             self.start_bus()
         self.root.init()
         self.root.platform("set-int", "db/menu/network/devicemanager/accessnoti", "0")
         self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
-        self.daemon = self.start_serving_daemon({"QUILLON_UX_ANSWER": "undecided"})
-        self.client = qb.BusClient(self.bus.address)
-        self.addCleanup(self.client.close)
+        self.serve({"QUILLON_UX_ANSWER": "undecided"})
         self.mark = 0
 
     def expect_log(self, *texts):
@@ -165,7 +160,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         mac = f"AA:BB:CC:DD:EE:{number:02X}"
         self.mark = len(self.daemon.log.lines())
         self.assertEqual((expected,), self.client.call(
-            "pxm_request_access", qb.record(name=f"Phone {number}", wifi=mac)))
+            "pxm_request_access", qh.record(name=f"Phone {number}", wifi=mac)))
         self.expect_log(*log)
         if expected == 2:
             self.expect_log("NOTI HERE", "quillon-ux: answered status 2")
@@ -185,7 +180,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.start_bus()
         nm = self.start_network_manager()
         nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
-        self.serve()
+        self.serve_mode_0()
         self.expect_log(SECURE)
         self.request(1, 0, "m_bSecurity [1]", STORED_SILENTLY)
         status, lines = self.network_tool()
@@ -239,7 +234,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.assertEqual((2, ["Phone 1", "Phone 5"]), (count, [e[0] for e in elements]))
 
     def test_network_manager_coming_late_and_restarting_is_followed(self):
-        self.serve()
+        self.serve_mode_0()
         # Start-up did not wait for it, and says once why the network is unknown.
         self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
                         NO_MANAGER)

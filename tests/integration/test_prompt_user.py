@@ -9,12 +9,9 @@ with a log line."""
 import os
 import signal
 import subprocess
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 PROMPT_USER = "quillon-ux-test"
 SERVICE_USER = "quillon"
@@ -45,7 +42,7 @@ class PromptAsUser(qh.QuillonTestCase):
         return [int(line.split("\t")[1]) for line in self.root.platform("apps").stdout.splitlines()
                 if line.startswith("running\t") and qh.UX_APP_ID in line]
 
-    def serve(self, daemon_user):
+    def serve_as(self, daemon_user):
         self.prefix = ()
         if daemon_user != "root":
             uid, gid = qh.system_account(daemon_user)
@@ -57,15 +54,13 @@ class PromptAsUser(qh.QuillonTestCase):
             os.chmod(self.workdir / "bus", 0o711)
             self.root.init()
             subprocess.run(["chown", "-R", f"{uid}:{gid}", self.root.path], check=True)
-        daemon = self.start_serving_daemon(prefix=self.prefix)
-        client = qb.BusClient(self.bus.address)
-        self.addCleanup(client.close)
+        daemon, client = self.serve(prefix=self.prefix)
         return daemon, client
 
     def ask(self, client, bt, exclude=()):
         """The pid of the prompt the request launched (not one of exclude, which may still
         be on its way out)."""
-        self.assertEqual((2,), client.call("pxm_request_access", qb.record(name="Phone", bt=bt)))
+        self.assertEqual((2,), client.call("pxm_request_access", qh.record(name="Phone", bt=bt)))
         pids = qh.wait_until(lambda: [p for p in self.prompt_pids() if p not in exclude], 15.0)
         self.assertTrue(pids)
         return pids[0]
@@ -86,7 +81,7 @@ class PromptAsUser(qh.QuillonTestCase):
         uid, gid = qh.system_account(PROMPT_USER)
         self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(),
                            "--user", PROMPT_USER, "--env", "QUILLON_UX_ANSWER=none")
-        daemon, client = self.serve(daemon_user)
+        daemon, client = self.serve_as(daemon_user)
         pid = self.ask(client, "AA:BB:CC:DD:EE:01")
         self.assertIsNotNone(daemon.wait_for_log(f"as user {PROMPT_USER}"), daemon.log.text())
         fields = status_fields(pid)
@@ -125,9 +120,9 @@ class PromptAsUser(qh.QuillonTestCase):
     def test_a_user_that_does_not_exist_is_no_launch(self):
         self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"),
                            "--user", "no-such-user-q9", "--env", "QUILLON_UX_ANSWER=none")
-        daemon, client = self.serve("root")
+        daemon, client = self.serve_as("root")
         self.assertEqual((-1,), client.call("pxm_request_access",
-                                            qb.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
+                                            qh.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
         self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
         self.assertEqual([], self.prompt_pids())
 
@@ -135,7 +130,7 @@ class PromptAsUser(qh.QuillonTestCase):
         uid, _ = qh.system_account(PROMPT_USER)
         self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(), "--session",
                            "--env", "QUILLON_UX_ANSWER=none")
-        daemon, client = self.serve("root")
+        daemon, client = self.serve_as("root")
         # No logind on the bus: the prompt still comes, and the log says why it is not
         # in a session.
         first = self.ask(client, "AA:BB:CC:DD:EE:01")

@@ -4,14 +4,10 @@ folder), and a person's keys answer it: Left then Return is Allow (the focus sta
 Escape is Not now. The verdict is stored and announced. A name with markup is shown as
 text, and a window nobody answers closes itself when its countdown ends, sending nothing."""
 
-import os
-import sys
 import time
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_bus as qb  # noqa: E402
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 TITLE = "Quillon: a device asks for access"
 PHONE_BT = "AA:BB:CC:DD:EE:01"
@@ -29,18 +25,16 @@ class PromptWindow(qh.QuillonTestCase):
         self.display = self.xserver.display
         self.x = self.xserver.run
 
-    def serve(self, extra_env=None):
+    def serve_prompt(self, extra_env=None):
         self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
         env = {"DISPLAY": self.display, "GSK_RENDERER": "cairo"}
         env.update(extra_env or {})
-        self.daemon = self.start_serving_daemon(env)
-        self.client = qb.BusClient(self.bus.address)
-        self.addCleanup(self.client.close)
+        self.serve(env)
 
     def ask(self, name, bt=PHONE_BT, wifi=PHONE_WIFI):
         start = len(self.client.events)
         self.assertEqual((2,), self.client.call(
-            "pxm_request_access", qb.record(name=name, bt=bt, wifi=wifi)))
+            "pxm_request_access", qh.record(name=name, bt=bt, wifi=wifi)))
         window = self.xserver.find_window(TITLE)
         self.assertIsNotNone(window, self.daemon.log.text())
         return start, window
@@ -49,7 +43,7 @@ class PromptWindow(qh.QuillonTestCase):
         return self.xserver.find_window(TITLE, sync=False) is not None
 
     def test_a_click_or_a_key_answers_and_the_verdict_is_stored_and_announced(self):
-        self.serve()
+        self.serve_prompt()
         for case, bt, wifi, keys, status in (
                 ("allow", PHONE_BT, PHONE_WIFI, "click", 0),
                 ("not-now", LAPTOP_BT, LAPTOP_WIFI, ["Escape"], 2)):
@@ -78,7 +72,7 @@ class PromptWindow(qh.QuillonTestCase):
                 self.assertTrue(qh.wait_until(lambda: not self.window_open(), 10.0))
 
     def test_markup_is_shown_as_text_and_the_countdown_closes_without_answering(self):
-        self.serve({"QUILLON_UX_WAIT_MS": "3000"})
+        self.serve_prompt({"QUILLON_UX_WAIT_MS": "3000"})
         start, _ = self.ask("<b>x</b>")
         self.assertIsNotNone(self.daemon.wait_for_log("quillon-ux: window shows name [<b>x</b>]"),
                              self.daemon.log.text())

@@ -5,11 +5,9 @@ all twelve values); bad arguments end it with status 2 before it touches the bus
 
 import os
 import subprocess
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import quillon_harness as qh  # noqa: E402
+import quillon_harness as qh
 
 FEEDBACK_LOG = "[DBusServer] pxm_feedback_ux called."
 
