@@ -130,15 +130,9 @@ class MockNetworkManager:
 
 class NetworkSecurity(qh.QuillonTestCase):
 
-    def start_network_manager(self):
-        nm = MockNetworkManager(self.bus)
-        self.addCleanup(nm.stop)
-        return nm
-
     def serve_mode_0(self):
         """Mode 0 and a prompt that answers "undecided", so a device asked about stays new."""
-        if self.bus is None:
-            self.start_bus()
+        self.start_bus()
         self.root.init()
         self.root.platform("set-int", "db/menu/network/devicemanager/accessnoti", "0")
         self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
@@ -177,12 +171,22 @@ class NetworkSecurity(qh.QuillonTestCase):
         return result.returncode, result.stdout.splitlines()
 
     def test_only_a_psk_network_with_aes_stores_new_devices_without_a_prompt(self):
-        self.start_bus()
-        nm = self.start_network_manager()
-        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        # NetworkManager comes after the daemon: start-up did not wait for it, and says once
+        # why the network is unknown.
         self.serve_mode_0()
-        self.expect_log(SECURE)
-        self.request(1, 0, "m_bSecurity [1]", STORED_SILENTLY)
+        self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
+                        NO_MANAGER)
+        self.request(1, 2, NO_MANAGER)
+        status, lines = self.network_tool()
+        self.assertEqual((1, "verdict: not secure: NetworkManager is not on the system bus"),
+                         (status, lines[-1]))
+
+        nm = MockNetworkManager(self.bus)
+        self.addCleanup(nm.stop)
+        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
+        self.expect_log("host platform: NetworkManager is on the system bus", SECURE,
+                        CONNECTED_SECURE)
+        self.request(2, 0, "m_bSecurity [1]", STORED_SILENTLY)
         status, lines = self.network_tool()
         self.assertEqual(0, status)
         for line in ('connection: wifi (802-11-wireless "home")',
@@ -197,7 +201,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.mark = len(self.daemon.log.lines())
         nm.mock("SetDeviceDisconnected", "(s)", (nm.wifi,))
         self.expect_log(DISCONNECTED)
-        self.request(2, 2, "WIFI is not connected[0]", "m_bSecurity [0]")
+        self.request(3, 2, "WIFI is not connected[0]", "m_bSecurity [0]")
         nm.leave("home")
 
         # WPA2-PSK with TKIP; an open network whose SSID is not UTF-8.
@@ -205,59 +209,37 @@ class NetworkSecurity(qh.QuillonTestCase):
         nm.join("cafe", b"Cafe", PRIVACY, 0, PSK_TKIP)
         self.expect_log("Wifi Security level is NOT OK TYPE[3] ENCRYPTION[2]", "AP is [Cafe]",
                         CONNECTED_INSECURE)
-        self.request(3, 2, "NOT OK TYPE[3] ENCRYPTION[2]", "m_bSecurity [0]")
+        self.request(4, 2, "NOT OK TYPE[3] ENCRYPTION[2]", "m_bSecurity [0]")
         status, lines = self.network_tool()
         self.assertEqual(0, status)
         self.assertIn("encryption: tkip (2)", lines)
         self.assertIn("verdict: not secure: the encryption is neither aes nor tkip+aes", lines)
-
         nm.leave("cafe")
         self.expect_log(DISCONNECTED)
         nm.join("open", b"Caf\xe9\\\n", 0, 0, 0)
         self.expect_log("NOT OK TYPE[0] ENCRYPTION[0]", "AP is [Caf\\xe9\\\\\\x0a]",
                         CONNECTED_INSECURE)
-        self.request(4, 2, "NOT OK TYPE[0] ENCRYPTION[0]")
-
+        self.request(5, 2, "NOT OK TYPE[0] ENCRYPTION[0]")
         nm.leave("open")
         self.expect_log(DISCONNECTED)
 
         # Back on the secure network: restored without a request in between.
         nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
         self.expect_log(SECURE, "AP is [Home]", CONNECTED_SECURE)
-        self.request(5, 0, "m_bSecurity [1]", STORED_SILENTLY)
+        self.request(6, 0, "m_bSecurity [1]", STORED_SILENTLY)
 
         # An Ethernet cable beside it: the Wi-Fi stays up but is no longer the connection.
         nm.plug_ethernet()
         self.expect_log("WIFI is not connected[3]", CONNECTED_INSECURE)
-        self.request(6, 2, "WIFI is not connected[3]", "m_bSecurity [0]")
-        elements, count = self.client.call("pxm_get_list")
-        self.assertEqual((2, ["Phone 1", "Phone 5"]), (count, [e[0] for e in elements]))
+        self.request(7, 2, "WIFI is not connected[3]", "m_bSecurity [0]")
 
-    def test_network_manager_coming_late_and_restarting_is_followed(self):
-        self.serve_mode_0()
-        # Start-up did not wait for it, and says once why the network is unknown.
-        self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
-                        NO_MANAGER)
-        self.request(1, 2, NO_MANAGER)
-        status, lines = self.network_tool()
-        self.assertEqual((1, "verdict: not secure: NetworkManager is not on the system bus"),
-                         (status, lines[-1]))
-
-        nm = self.start_network_manager()
-        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
-        self.expect_log("host platform: NetworkManager is on the system bus", SECURE,
-                        CONNECTED_SECURE)
-        self.request(2, 0, STORED_SILENTLY)
-
+        # NetworkManager leaving the bus is a disconnect.
         nm.stop()
         self.expect_log("host platform: NetworkManager left the system bus", DISCONNECTED)
-        self.request(3, 2, NO_MANAGER)
-
-        nm = self.start_network_manager()
-        nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
-        self.expect_log("host platform: NetworkManager is on the system bus", CONNECTED_SECURE)
-        self.request(4, 0, STORED_SILENTLY)
+        self.request(8, 2, NO_MANAGER)
         self.assertEqual(1, self.daemon.log.text().count(ABSENT))
+        elements, count = self.client.call("pxm_get_list")
+        self.assertEqual((2, ["Phone 2", "Phone 6"]), (count, [e[0] for e in elements]))
 
 
 if __name__ == "__main__":
