@@ -1,8 +1,7 @@
-"""The real quillon on a disk that fails under it (tests/integration/support/disk_fault_shim.c,
+"""The real quillon on a disk that fails under it (support/disk_fault_shim.c,
 preloaded): the stored list stays as it was, the daemon keeps answering, the first change
 after the disk recovers is saved, and the wake tables' drift is found and repaired."""
 
-import errno
 import os
 import re
 import subprocess
@@ -106,30 +105,6 @@ class DiskFull(qh.QuillonTestCase):
         check = self.fail_the_disk_while_verdicts_change(*self.shim("EIO fsync fdatasync"))
         self.assertEqual(0, check.returncode, check.stdout)
         self.assert_tables_hold_the_allowed_devices()
-
-    def test_a_full_tmpfs_does_what_the_shim_does(self):
-        # The kernel's own ENOSPC, where mounting is allowed; the shim covers the rest.
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=0700", "tmpfs",
-                                  str(self.root.path)], capture_output=True, text=True)
-        if mounted.returncode != 0:
-            self.skipTest(f"cannot mount a tmpfs here ({mounted.stderr.strip()}); the shim's "
-                          "tests stand for a full disk")
-        self.addCleanup(subprocess.run, ["umount", "--lazy", str(self.root.path)])
-        filler = self.root.path / "filler"
-
-        def fill():
-            fd = os.open(filler, os.O_WRONLY | os.O_CREAT, 0o600)
-            try:
-                while os.write(fd, bytes(1 << 16)):
-                    pass
-            except OSError as error:
-                self.assertEqual(errno.ENOSPC, error.errno)
-            finally:
-                os.close(fd)
-
-        # A fresh write-ahead log grows with each commit, so SQLite fails as the shim makes it.
-        self.assert_drift_found_and_repaired(
-            self.fail_the_disk_while_verdicts_change({}, fill, filler.unlink))
 
 
 if __name__ == "__main__":

@@ -27,6 +27,11 @@ def status_fields(pid):
     return fields
 
 
+def environ(pid):
+    with open(f"/proc/{pid}/environ", "rb") as variables:
+        return variables.read().split(b"\0")
+
+
 def gone(pid):
     try:
         with open(f"/proc/{pid}/stat") as stat:
@@ -89,8 +94,7 @@ class PromptAsUser(qh.QuillonTestCase):
         self.assertEqual([str(gid)] * 4, fields["Gid"])
         for caps in ("CapEff", "CapPrm", "CapAmb", "CapInh"):
             self.assertEqual(0, int(fields[caps][0], 16), caps)
-        with open(f"/proc/{pid}/environ", "rb") as environ:
-            env = environ.read().split(b"\0")
+        env = environ(pid)
         self.assertIn(f"USER={PROMPT_USER}".encode(), env)
         self.assertIn(b"QUILLON_UX_ANSWER=none", env)
 
@@ -161,8 +165,7 @@ class PromptAsUser(qh.QuillonTestCase):
         self.assertIsNotNone(daemon.wait_for_log(f"goes to graphical session c7 of {PROMPT_USER}"),
                              daemon.log.text())
         self.assertEqual(str(uid), status_fields(pid)["Uid"][0])
-        with open(f"/proc/{pid}/environ", "rb") as environ:
-            env = environ.read().split(b"\0")
+        env = environ(pid)
         self.assertIn(b"DISPLAY=:42", env)
         self.assertIn(f"XDG_RUNTIME_DIR=/run/user/{uid}".encode(), env)
         os.kill(pid, signal.SIGTERM)
