@@ -1,9 +1,7 @@
-"""The real quillon killed with SIGKILL at random moments of a storm of changes, twenty
-times. After each restart: the stored list decrypts and parses, the daemon loads all of it
-and serves it, it is the list as it was after some prefix of the calls (the daemon handles
-them in order) that holds every call answered more than a second before the kill, no
-temporary file of the killed writers is left, and the wake tables can be repaired to agree
-with the list. QUILLON_STORM_SEED replays the random choices of a failed run."""
+"""The real quillon killed with SIGKILL at random moments of a storm of changes, twenty times.
+After each restart the stored list loads whole, equals the list after some prefix of the calls
+holding every call answered a second before the kill, no temporary file is left, and the wake
+tables repair to agree. QUILLON_STORM_SEED replays a failed run."""
 
 import collections
 import os

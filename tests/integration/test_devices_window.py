@@ -1,11 +1,7 @@
-"""The owner's device list on a real X server (Xvfb), opened with `quillonctl devices`
-against the daemon on a private bus: three stored devices (allowed, blocked, undecided; one
-named <b>x</b>) and one in the reverse list are shown as text with their verdicts (a
-screenshot is kept in the test's output folder). Keys allow the second device and forget
-another; a change made with quillonctl shows within a second; Forget all with Cancel changes
-nothing; a user outside quillon-manage is refused, told so in one sentence and shown the
-daemon's verdict; while the daemon is away the window says so, and it reads the list again
-when the daemon is back; Forget all confirmed empties both lists."""
+"""The owner's device list on Xvfb, opened with `quillonctl devices` against the daemon: rows
+as text with verdicts (screenshot kept), keys that allow, forget and cancel, changes made
+elsewhere shown within a second, a user outside quillon-manage refused in one sentence, the
+daemon's absence and return, and Forget all emptying both lists."""
 
 import json
 import os

@@ -1,8 +1,6 @@
-"""Wi-Fi security from NetworkManager, end to end: python3-dbusmock's NetworkManager stands
-in for the real one on the test's private system bus, the real daemon decides requests in
-access-notification mode 0 ("secure network": a new device on a secure Wi-Fi is stored
-without a prompt). Each case checks the reply and the daemon's own lines for the verdict;
-quillon-platform network shows the same view to an operator."""
+"""Wi-Fi security end to end: python3-dbusmock's NetworkManager on the test's bus, the real
+daemon in access-notification mode 0 (a new device on a secure Wi-Fi is stored without a
+prompt). Each step checks the reply and the daemon's lines; quillon-platform network agrees."""
 
 import os
 import subprocess

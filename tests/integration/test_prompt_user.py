@@ -1,10 +1,7 @@
-"""The prompt launched as another user: a registration with --user makes the daemon drop to
-that user in the child before the exec, so the prompt runs with the user's ids and no
-capability at all, whether the daemon runs as root or as its service user with ambient
-capabilities. The daemon still sees the prompt end (death watch) and still closes a prompt it
-did not start (stray clean-up). With --session the prompt goes to the user of the active
-graphical session logind reports, with that session's display; without one it falls back
-with a log line."""
+"""The prompt launched as another user (--user): the prompt runs with that user's ids and no
+capability, from a root daemon and from the service user with ambient capabilities; the death
+watch and the stray clean-up still work. With --session the prompt goes to the user and
+display of the active graphical session logind reports, falling back with a log line."""
 
 import os
 import signal

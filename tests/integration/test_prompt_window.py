@@ -1,8 +1,6 @@
-"""The prompt's window on a real X server (Xvfb): the daemon on a private bus launches
-quillon-ux for a new device, the window appears (a screenshot is kept in the test's output
-folder), and a person's keys answer it: Left then Return is Allow (the focus starts on Deny),
-Escape is Not now. The verdict is stored and announced. A name with markup is shown as
-text, and a window nobody answers closes itself when its countdown ends, sending nothing."""
+"""The prompt's window on Xvfb, launched by the daemon for a new device (screenshot kept): a
+click on Allow or the Escape key answers it, and the verdict is stored and announced; a name
+with markup is shown as text; a window nobody answers closes when its countdown ends."""
 
 import time
 import unittest
