@@ -459,48 +459,29 @@ class BusClient:
     def _on_signal(self, _conn, _sender, _path, _interface, name, parameters):
         self.events.append(Event("signal", name, parameters.unpack()))
 
-    def send(self, method, parameters=None, timeout=30.0):
-        """Sends the call; its answer arrives later as an event."""
+    def call(self, method, parameters=None, timeout=30.0, error=False):
+        """Calls and runs the main loop until the answer: the reply tuple, raising on an
+        error; with error=True, the error's name (None when the call was answered)."""
+        answer = []
 
         def done(conn, result, _data):
             try:
-                reply = conn.call_finish(result)
-                self.events.append(Event("reply", method, reply.unpack()))
-            except GLib.Error as error:
-                remote = Gio.DBusError.get_remote_error(error)
-                if remote is None and error.matches(Gio.io_error_quark(),
-                                                    Gio.IOErrorEnum.TIMED_OUT):
-                    remote = "timeout"
-                self.events.append(Event("error", method, remote or error.message))
+                answer.append(Event("reply", method, conn.call_finish(result).unpack()))
+            except GLib.Error as failure:
+                answer.append(Event("error", method, Gio.DBusError.get_remote_error(failure)
+                                    or failure.message))
+            self.events.append(answer[0])
 
-        self.conn.call(BUS_NAME, OBJECT_PATH, interface_of(method), method, parameters,
-                       None, Gio.DBusCallFlags.NO_AUTO_START, int(timeout * 1000), None, done,
-                       None)
-
-    def answer(self, method, start=0, timeout=30.0):
-        """The first reply or error event of method at index >= start, waiting for it."""
-
-        def find():
-            for event in self.events[start:]:
-                if event.kind != "signal" and event.name == method:
-                    return event
-            return None
-
-        return self.run_until(find, timeout)
-
-    def call(self, method, parameters=None, timeout=30.0, error=False):
-        """Calls and waits: the reply tuple, raising on an error; with error=True, the
-        error's name (None when the call was answered)."""
-        start = len(self.events)
-        self.send(method, parameters, timeout)
-        event = self.answer(method, start, timeout + 5)
-        if event is None:
+        self.conn.call(BUS_NAME, OBJECT_PATH, interface_of(method), method, parameters, None,
+                       Gio.DBusCallFlags.NO_AUTO_START, int(timeout * 1000), None, done, None)
+        if not self.run_until(lambda: answer, timeout + 5):
             raise AssertionError(f"{method}: no answer")
+        kind, _, value = answer[0]
         if error:
-            return event.value if event.kind == "error" else None
-        if event.kind == "error":
-            raise AssertionError(f"{method}: {event.value}")
-        return event.value
+            return value if kind == "error" else None
+        if kind == "error":
+            raise AssertionError(f"{method}: {value}")
+        return value
 
     def signals(self, name=None, start=0):
         return [e for e in self.events[start:]
@@ -510,12 +491,6 @@ class BusClient:
         """The first count signals (of name) at index >= start; fewer after timeout."""
         self.run_until(lambda: len(self.signals(name, start)) >= count, timeout)
         return self.signals(name, start)
-
-    def index(self, kind, name, start=0):
-        for i in range(start, len(self.events)):
-            if self.events[i].kind == kind and self.events[i].name == name:
-                return i
-        return -1
 
     def flush(self):
         """Lets every signal the daemon sent before now arrive. The daemon handles calls one
