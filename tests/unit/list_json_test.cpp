@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,41 +14,40 @@
 namespace {
 
 pxm_core_device_s Device(const char* name, int status, int dyType) {
-    pxm_core_device_s dev{};
-    std::strcpy(dev.devname, name);
-    std::strcpy(dev.bt_mac, "AA:BB:CC:DD:EE:01");
-    std::strcpy(dev.wifi_mac, "0");
-    std::strcpy(dev.p2p_mac, "aa:bb:cc:dd:ee:02");
-    std::strcpy(dev.zel_id, "zel");
-    std::strcpy(dev.mirroring_Id, "mir");
-    dev.devstatus = status;
+    pxm_core_device_s dev =
+        unit::Device(name, "AA:BB:CC:DD:EE:01", "0", "aa:bb:cc:dd:ee:02", status);
+    snprintf(dev.zel_id, sizeof dev.zel_id, "zel");
+    snprintf(dev.mirroring_Id, sizeof dev.mirroring_Id, "mir");
     dev.dy_type = dyType;
     return dev;
 }
 
-using unit::Names;
-
 // Every field, so that two records compare with a readable difference.
 std::string Text(const pxm_core_device_s& d) {
-    return std::string(d.devname) + "|" + d.bt_mac + "|" + d.wifi_mac + "|" + d.p2p_mac + "|" +
-           d.zel_id + "|" + d.mirroring_Id + "|" + std::to_string(d.devtype) + "|" +
-           std::to_string(d.devicon) + "|" + std::to_string(d.devstatus) + "|" +
-           std::to_string(d.tvInitMirroringSupport) + "|" + std::to_string(d.isNoUX) + "|" +
-           std::to_string(d.isUXAlways) + "|" + std::to_string(d.accessTime) + "|" +
-           std::to_string(d.updated) + "|" + std::to_string(d.keyType) + "|" +
-           std::to_string(d.dy_type);
+    char out[512];
+    snprintf(out, sizeof out, "%s|%s|%s|%s|%s|%s|%d|%d|%d|%d|%d|%d|%llu|%d|%d|%d", d.devname,
+             d.bt_mac, d.wifi_mac, d.p2p_mac, d.zel_id, d.mirroring_Id, d.devtype, d.devicon,
+             d.devstatus, d.tvInitMirroringSupport, d.isNoUX, d.isUXAlways,
+             static_cast<unsigned long long>(d.accessTime), d.updated, d.keyType, d.dy_type);
+    return out;
+}
+
+std::string Names(const std::vector<pxm_core_device_s>& list) {
+    std::string out;
+    for (const std::string& name : unit::Names(list)) {
+        out += (out.empty() ? "" : " ") + name;
+    }
+    return out;
 }
 
 class ListJsonTest : public ::testing::Test {
 protected:
     void SetUp() override {
         fake::Reset();
-        core = CPXMCore::GetInstance();
         core->mDeviceList.clear();
         core->mReverseDeviceList.clear();
     }
-
-    CPXMCore* core = nullptr;
+    CPXMCore* core = CPXMCore::GetInstance();
 };
 
 TEST_F(ListJsonTest, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
@@ -65,50 +62,30 @@ TEST_F(ListJsonTest, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     tablet.isNoUX = 1;
     pxm_core_device_s marked = Device("Marked", 2, 4);
     // A reverse record whose dy_type is 0 cannot be told apart once written.
-    pxm_core_device_s unmarked = Device("Unmarked", 0, 0);
     core->mDeviceList = {phone, tablet};
-    core->mReverseDeviceList = {marked, unmarked};
+    core->mReverseDeviceList = {marked, Device("Unmarked", 0, 0)};
 
     std::string out = "stale";
     EXPECT_TRUE(core->Util_GetJsonStringForDeviceList(out));
-
-    Json::Value root;
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    ASSERT_TRUE(reader->parse(out.data(), out.data() + out.size(), &root, nullptr)) << out;
+    Json::Value root = unit::ParseJson(out);
     ASSERT_EQ(4u, root.size());
-    const std::string keys =
-        "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways keyType "
-        "mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ";
     for (const Json::Value& element : root) {
         EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
-        std::string names;
-        for (const std::string& name : element["item_data"].getMemberNames()) {
-            names += name + " ";
-        }
-        EXPECT_EQ(keys, names);
+        EXPECT_EQ((std::vector<std::string>{"accessTime", "bt_mac", "devicon", "devname",
+                                            "devstatus", "devtype", "dy_type", "isNoUX",
+                                            "isUXAlways", "keyType", "mirroring_Id", "p2p_mac",
+                                            "tvInitMirroringSupport", "wifi_mac", "zel_id"}),
+                  element["item_data"].getMemberNames());
     }
-    EXPECT_EQ("Marked", root[2]["item_data"]["devname"].asString());
-    EXPECT_EQ(4, root[2]["item_data"]["dy_type"].asInt());
 
     core->mDeviceList.clear();
     core->mReverseDeviceList.clear();
     core->Util_GetDeviceListForJsonString(out);
-
-    EXPECT_EQ((std::vector<std::string>{"Phone", "Tablet", "Unmarked"}), Names(core->mDeviceList));
-    ASSERT_EQ(std::vector<std::string>{"Marked"}, Names(core->mReverseDeviceList));
+    EXPECT_EQ("Phone Tablet Unmarked", Names(core->mDeviceList));
+    ASSERT_EQ("Marked", Names(core->mReverseDeviceList));
     EXPECT_EQ(Text(phone), Text(core->mDeviceList[0]));
     EXPECT_EQ(Text(tablet), Text(core->mDeviceList[1]));
     EXPECT_EQ(Text(marked), Text(core->mReverseDeviceList[0]));
-
-    EXPECT_TRUE(fake::HasLog("Device count is [2]", DLOG_INFO, "PXM_CORE"));
-    EXPECT_TRUE(fake::HasLog("Reverse Device count is [2]", DLOG_INFO));
-    EXPECT_TRUE(
-        fake::HasLog("[DBusServer] Device Name [Phone] status [0] TvInitMirroringSupport "
-                     "[1] iIsNoUX[0] and iIsUXAlways[1]"));
-    EXPECT_TRUE(fake::HasLog("Complete Data: " + out));
-    EXPECT_TRUE(
-        fake::HasLog("Restore Data[0] [Phone] [AA:BB:CC:DD:EE:01] [0] [aa:bb:cc:dd:ee:02] "
-                     "[zel] [mir] [3] [7] [0] [1] [0] [1] [1700000000123] [2]"));
 
     core->mDeviceList.clear();
     core->mReverseDeviceList.clear();
@@ -116,75 +93,62 @@ TEST_F(ListJsonTest, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     EXPECT_EQ("null", out);
 }
 
-TEST_F(ListJsonTest, ReaderFillsMissingMembersAndCutsLongText) {
-    const std::string longName(200, 'n');
-    core->Util_GetDeviceListForJsonString(
-        "[{\"item_data\":{\"devname\":\"" + longName +
-        "\",\"bt_mac\":\"AA:BB:CC:DD:EE:FF:00\",\"zel_id\":\"" + std::string(40, 'z') +
-        "\",\"wifi_mac\":null,\"devstatus\":1,\"accessTime\":18446744073709551615}},"
-        "{\"item_data\":{\"devname\":\"Rev\",\"dy_type\":9}},"
-        "{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}]");
-
-    ASSERT_EQ(2u, core->mDeviceList.size());
-    const pxm_core_device_s& dev = core->mDeviceList[0];
-    EXPECT_EQ(longName.substr(0, 127), dev.devname);
-    EXPECT_STREQ("AA:BB:CC:DD:EE:FF", dev.bt_mac);
-    EXPECT_EQ(std::string(31, 'z'), dev.zel_id);
-    EXPECT_STREQ("0", dev.wifi_mac);
-    EXPECT_STREQ("0", dev.mirroring_Id);
-    EXPECT_EQ(1, dev.devstatus);
-    EXPECT_EQ(18446744073709551615ULL, dev.accessTime);
-    EXPECT_STREQ("NullDy", core->mDeviceList[1].devname);
-    EXPECT_EQ(std::vector<std::string>{"Rev"}, Names(core->mReverseDeviceList));
-}
-
-TEST_F(ListJsonTest, ReaderRefusesDocumentsThatAreNotANonEmptyArray) {
-    // The reader appends: what the caller left in the list stays.
-    core->mDeviceList = {Device("Kept", 0, 0)};
-
-    for (const char* text : {"null", "{}", "[]", "{\"item_data\":{\"devname\":\"X\"}}"}) {
-        SCOPED_TRACE(text);
-        fake::ClearLogs();
-        core->Util_GetDeviceListForJsonString(text);
-        EXPECT_TRUE(fake::HasLog(" Format err ,not Array or Array is empty", DLOG_ERROR));
-        EXPECT_FALSE(fake::HasLog("Size: ["));
-    }
-    // Deep nesting makes the parser throw rather than fail; it must not escape.
-    for (const std::string& text : {std::string("not json"), std::string("[{\"item_data\":"),
-                                    std::string(), std::string(5000, '[')}) {
-        SCOPED_TRACE(text.substr(0, 20));
-        fake::ClearLogs();
-        core->Util_GetDeviceListForJsonString(text);
-        EXPECT_TRUE(fake::HasLog("parse json error exception is [", DLOG_ERROR));
-        EXPECT_FALSE(fake::HasLog("Size = "));
-    }
-    EXPECT_EQ(std::vector<std::string>{"Kept"}, Names(core->mDeviceList));
-    EXPECT_TRUE(core->mReverseDeviceList.empty());
-}
-
-TEST_F(ListJsonTest, MalformedElementEndsTheWalkKeepingEarlierRecords) {
+// The reader appends to what the lists hold; it stops at the first element it cannot read,
+// keeping the records before it, and refuses documents that are not a non-empty array.
+TEST_F(ListJsonTest, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
     const std::string good = "{\"item_data\":{\"devname\":\"Good\"}}";
-    const std::string goodReverse = "{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}";
-    for (const char* bad : {
-             "{\"item_data\":{\"devtype\":\"1\"}}",
-             "{\"item_data\":{\"devname\":5}}",
-             "{\"item_data\":{\"accessTime\":-1}}",
-             "{\"item_data\":{\"dy_type\":\"r\"}}",
-             "{\"item_data\":[1,2]}",
-             "7",
-         }) {
-        SCOPED_TRACE(bad);
+    const std::string rev = "{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}";
+    const std::string fmt = " Format err ,not Array or Array is empty";
+    const std::string parse = "parse json error exception is [";
+    const std::string element = "parse json err exception is [";
+    const struct {
+        std::string text, normal, reverse, error;
+    } rows[] = {
+        {"[" + good + "," + rev + ",{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}]",
+         "Kept Good NullDy", "GoodRev", ""},
+        {"null", "Kept", "", fmt},
+        {"{}", "Kept", "", fmt},
+        {"[]", "Kept", "", fmt},
+        {good, "Kept", "", fmt},
+        {"not json", "Kept", "", parse},
+        {"[{\"item_data\":", "Kept", "", parse},
+        {"", "Kept", "", parse},
+        {std::string(5000, '['), "Kept", "", parse},  // the parser throws: it must not escape
+        {"[" + good + "," + rev + ",{\"item_data\":{\"devtype\":\"1\"}}," + good + "]", "Kept Good",
+         "GoodRev", element},
+        {"[" + good + "," + rev + ",{\"item_data\":{\"devname\":5}}," + good + "]", "Kept Good",
+         "GoodRev", element},
+        {"[" + good + "," + rev + ",{\"item_data\":{\"accessTime\":-1}}]", "Kept Good", "GoodRev",
+         element},
+        {"[" + good + "," + rev + ",{\"item_data\":{\"dy_type\":\"r\"}}]", "Kept Good", "GoodRev",
+         element},
+        {"[" + good + "," + rev + ",{\"item_data\":[1,2]}]", "Kept Good", "GoodRev", element},
+        {"[" + good + "," + rev + ",7]", "Kept Good", "GoodRev", element},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text.substr(0, 60));
         fake::ClearLogs();
-        core->mDeviceList.clear();
+        core->mDeviceList = {Device("Kept", 0, 0)};
         core->mReverseDeviceList.clear();
-
-        core->Util_GetDeviceListForJsonString("[" + good + "," + goodReverse + "," + bad + "," +
-                                              good + "]");
-
-        EXPECT_TRUE(fake::HasLog("parse json err exception is [", DLOG_ERROR));
-        EXPECT_EQ(std::vector<std::string>{"Good"}, Names(core->mDeviceList));
-        EXPECT_EQ(std::vector<std::string>{"GoodRev"}, Names(core->mReverseDeviceList));
+        core->Util_GetDeviceListForJsonString(row.text);
+        EXPECT_EQ(row.normal, Names(core->mDeviceList));
+        EXPECT_EQ(row.reverse, Names(core->mReverseDeviceList));
+        if (!row.error.empty()) {
+            EXPECT_TRUE(fake::HasLog(row.error, DLOG_ERROR));
+        }
     }
+
+    // Missing members are filled, long texts cut to their field.
+    core->mDeviceList.clear();
+    core->Util_GetDeviceListForJsonString(
+        "[{\"item_data\":{\"devname\":\"" + std::string(200, 'n') +
+        "\",\"bt_mac\":\"AA:BB:CC:DD:EE:FF:00\",\"zel_id\":\"" + std::string(40, 'z') +
+        "\",\"wifi_mac\":null,\"devstatus\":1,\"accessTime\":18446744073709551615}}]");
+    ASSERT_EQ(1u, core->mDeviceList.size());
+    const pxm_core_device_s& dev = core->mDeviceList[0];
+    EXPECT_EQ(std::string(127, 'n') + "|AA:BB:CC:DD:EE:FF|0|0|" + std::string(31, 'z') +
+                  "|0|0|0|1|0|0|0|18446744073709551615|0|0|0",
+              Text(dev));
 }
 
 }  // namespace
