@@ -36,20 +36,17 @@ std::string RestorePayload(int last) {
     for (int n = 0; n <= last; ++n) {
         Json::Value item;
         item["devname"] = "Restored" + std::to_string(n);
-        item["bt_mac"] = "";
+        for (const char* text : {"bt_mac", "p2p_mac"}) {
+            item[text] = "";
+        }
         item["wifi_mac"] = Mac(2, n);
-        item["p2p_mac"] = "";
-        item["devtype"] = 1;
-        item["devicon"] = 1;
         item["devstatus"] = n % 2;
-        item["tvInitMirroringSupport"] = 0;
-        item["isNoUX"] = 0;
-        item["isUXAlways"] = 0;
-        item["accessTime"] = 1;
-        item["keyType"] = 1;
-        Json::Value entry;
-        entry["item_data"] = item;
-        list.append(entry);
+        for (const char* number : {"devtype", "devicon", "tvInitMirroringSupport", "isNoUX",
+                                   "isUXAlways", "accessTime", "keyType"}) {
+            item[number] = 1;
+        }
+        list.append(Json::Value());
+        list[n]["item_data"] = item;
     }
     Json::Value root;
     root["list"] = list;
