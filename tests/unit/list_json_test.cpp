@@ -32,14 +32,6 @@ std::string Text(const pxm_core_device_s& d) {
     return out;
 }
 
-std::string Names(const std::vector<pxm_core_device_s>& list) {
-    std::string out;
-    for (const std::string& name : unit::Names(list)) {
-        out += (out.empty() ? "" : " ") + name;
-    }
-    return out;
-}
-
 class ListJsonTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -81,8 +73,8 @@ TEST_F(ListJsonTest, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     core->mDeviceList.clear();
     core->mReverseDeviceList.clear();
     core->Util_GetDeviceListForJsonString(out);
-    EXPECT_EQ("Phone Tablet Unmarked", Names(core->mDeviceList));
-    ASSERT_EQ("Marked", Names(core->mReverseDeviceList));
+    EXPECT_EQ("Phone Tablet Unmarked", unit::Names(core->mDeviceList));
+    ASSERT_EQ("Marked", unit::Names(core->mReverseDeviceList));
     EXPECT_EQ(Text(phone), Text(core->mDeviceList[0]));
     EXPECT_EQ(Text(tablet), Text(core->mDeviceList[1]));
     EXPECT_EQ(Text(marked), Text(core->mReverseDeviceList[0]));
@@ -131,8 +123,8 @@ TEST_F(ListJsonTest, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
         core->mDeviceList = {Device("Kept", 0, 0)};
         core->mReverseDeviceList.clear();
         core->Util_GetDeviceListForJsonString(row.text);
-        EXPECT_EQ(row.normal, Names(core->mDeviceList));
-        EXPECT_EQ(row.reverse, Names(core->mReverseDeviceList));
+        EXPECT_EQ(row.normal, unit::Names(core->mDeviceList));
+        EXPECT_EQ(row.reverse, unit::Names(core->mReverseDeviceList));
         if (!row.error.empty()) {
             EXPECT_TRUE(fake::HasLog(row.error, DLOG_ERROR));
         }

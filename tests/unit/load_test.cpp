@@ -30,14 +30,6 @@ std::string Record(const std::string& name, const std::string& bt, const std::st
     return text + "</PXM>\n";
 }
 
-std::string Names(const std::vector<pxm_core_device_s>& list) {
-    std::string out;
-    for (const std::string& name : unit::Names(list)) {
-        out += (out.empty() ? "" : " ") + name;
-    }
-    return out;
-}
-
 std::string Fields(const pxm_core_device_s& d) {
     return std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" + d.mirroring_Id + "|" +
            std::to_string(d.keyType) + "|" + std::to_string(d.accessTime);
@@ -103,8 +95,9 @@ TEST_F(LoadTest, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text.substr(0, 40));
         EXPECT_EQ(row.result, Load(row.text == "-" ? nullptr : row.text.c_str()));
-        EXPECT_EQ(row.normal == "*" ? "Stale" : row.normal, Names(core->mDeviceList));
-        EXPECT_EQ(row.reverse == "*" ? "Stale" : row.reverse, Names(core->mReverseDeviceList));
+        EXPECT_EQ(row.normal == "*" ? "Stale" : row.normal, unit::Names(core->mDeviceList));
+        EXPECT_EQ(row.reverse == "*" ? "Stale" : row.reverse,
+                  unit::Names(core->mReverseDeviceList));
     }
     // A failed read is an early return too, and gives the file lock back: a save still runs.
     fake::SetResult("ss_read", -4);

@@ -59,7 +59,7 @@ TEST_F(RegistryAdd, RequestMatchingTwoRecordsMergesIntoTheFirstAndFoldsTheSecond
     ASSERT_TRUE(core->INTERNAL_AddDevice(&req, PXM_SAVE_NORMAL));
     core->DB_WaitForSaves();  // saves rewrite empty fields in place
 
-    EXPECT_EQ((std::vector<std::string>{"Phone A", "Other"}), unit::Names(core->mDeviceList));
+    EXPECT_EQ("Phone A Other", unit::Names(core->mDeviceList));
     const pxm_core_device_s& merged = core->mDeviceList[0];
     // B's valid addresses and identifiers overwrite A's.
     EXPECT_EQ("AA:00:00:00:00:02 11:00:00:00:00:02 22:00:00:00:00:02 zelB",
@@ -140,7 +140,7 @@ TEST_F(RegistryAdd, WakeUpTablesFollowTheVerdictAndOnlyMergesTouchThemForTheReve
     EXPECT_FALSE(core->m_bNoDataChanged);
     EXPECT_FALSE(Add(Dev("Odd", "AA:00:00:00:00:09", "", "", 5)));
     EXPECT_TRUE(fake::HasLog("Unexpected value - status[5]", DLOG_ERROR));
-    EXPECT_EQ((std::vector<std::string>{"Allowed", "Denied"}), unit::Names(core->mDeviceList));
+    EXPECT_EQ("Allowed Denied", unit::Names(core->mDeviceList));
     EXPECT_EQ(0, core->mDeviceList[0].devstatus);
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
     EXPECT_EQ(0u, fake::CountLogs("Thread Creation"));

@@ -34,7 +34,7 @@ TEST_F(Handlers, AForcedVerdictIsStoredAndAnnouncedOnceOnlyAndTheReverseListNeve
               SignalBodies());
     EXPECT_TRUE(fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN));
     // The same device again changes nothing worth a signal, and the flag is consumed.
-    client.ClearEvents();
+    client.events.clear();
     EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
     EXPECT_TRUE(SignalBodies().empty());
     EXPECT_FALSE(core->m_bNoDataChanged);
@@ -109,7 +109,7 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         core->DB_WaitForSaves();
         core->mDeviceList.clear();
         core->m_nUxPid = 0;
-        client.ClearEvents();
+        client.events.clear();
         Request ask;
         ask.name = "Tablet";
         ask.bt = kBt;

@@ -125,7 +125,7 @@ TEST_F(StatusHandlers, EachCallAnswersChangesSavesAndAnnouncesAsItShould) {
             rec.accessTime = 0;
         }
         fake::ClearJournal();
-        client.ClearEvents();
+        client.events.clear();
         if (*step.failing != '\0') {
             fake::SetResult(step.failing, 1);
         }

@@ -55,7 +55,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.pending.devname);
         fake::Reset();
-        client.ClearEvents();
+        client.events.clear();
         fake::AddRunningApp(4321, PXM_UX_APP_ID);
         core->m_nUxPid = 4321;
         server->m_UxPendingDevice = row.pending;

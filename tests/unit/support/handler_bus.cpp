@@ -20,6 +20,27 @@ void OnConnectionReady(GObject*, GAsyncResult* result, gpointer out) {
     *static_cast<GDBusConnection**>(out) = g_dbus_connection_new_finish(result, nullptr);
 }
 
+void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
+    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
+    GError* error = nullptr;
+    GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+    Event event{reply != nullptr ? "reply" : "error", pending->method, ""};
+    if (reply != nullptr) {
+        gchar* text = g_variant_print(reply, FALSE);
+        event.body = text;
+        g_free(text);
+        g_variant_unref(reply);
+    } else {
+        gchar* remote = g_dbus_error_get_remote_error(error);
+        event.body = remote != nullptr                                          ? remote
+                     : g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ? "timeout"
+                                                                                : error->message;
+        g_free(remote);
+        g_error_free(error);
+    }
+    pending->events->push_back(event);
+}
+
 }  // namespace
 
 GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
@@ -52,13 +73,22 @@ GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
 Client::Client() : server_(PXMDBusServer::GetInstance()) {
     EXPECT_TRUE(unit::RunUntil(
         [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }));
-    server_end_ = ConnectedPair(&client_end_);
-    if (Ready()) {
-        PXMDBusServer::m_OnBusAcquired(server_end_, PXM_DBUS_NAME, server_);
-        subscription_ = g_dbus_connection_signal_subscribe(
-            client_end_, nullptr, PXM_DBUS_UX_INTERFACE, nullptr, PXM_DBUS_PATH, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE, OnSignal, &events_, nullptr);
+    GDBusConnection* server_end = ConnectedPair(&client_end_);
+    if (server_end == nullptr || client_end_ == nullptr) {
+        ADD_FAILURE() << "no private connection";
+        return;
     }
+    PXMDBusServer::m_OnBusAcquired(server_end, PXM_DBUS_NAME, server_);
+    subscription_ = g_dbus_connection_signal_subscribe(
+        client_end_, nullptr, PXM_DBUS_UX_INTERFACE, nullptr, PXM_DBUS_PATH, nullptr,
+        G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* signal,
+           GVariant* parameters, gpointer data) {
+            gchar* text = g_variant_print(parameters, FALSE);
+            static_cast<std::vector<Event>*>(data)->push_back(Event{"signal", signal, text});
+            g_free(text);
+        },
+        &events, nullptr);
 }
 
 Client::~Client() {
@@ -70,17 +100,17 @@ Client::~Client() {
 void Client::Send(const char* interface, const char* method, GVariant* parameters) {
     g_dbus_connection_call(client_end_, nullptr, PXM_DBUS_PATH, interface, method, parameters,
                            nullptr, G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, OnReply,
-                           new PendingCall{&events_, method});
+                           new PendingCall{&events, method});
 }
 
 std::string Client::Call(const char* interface, const char* method, GVariant* parameters) {
-    size_t before = events_.size();
+    size_t before = events.size();
     Send(interface, method, parameters);
     std::string found;
     bool answered = unit::RunUntil([&] {
-        for (size_t i = before; i < events_.size(); ++i) {
-            if (events_[i].kind != "signal" && events_[i].name == method) {
-                found = events_[i].kind == "reply" ? events_[i].body : "error:" + events_[i].body;
+        for (size_t i = before; i < events.size(); ++i) {
+            if (events[i].kind != "signal" && events[i].name == method) {
+                found = events[i].kind == "reply" ? events[i].body : "error:" + events[i].body;
                 return true;
             }
         }
@@ -109,10 +139,10 @@ void Client::Flush() {
     EXPECT_TRUE(unit::RunUntil([&done] { return done; }));
 }
 
-std::vector<Event> Client::Signals(const std::string& name) const {
+std::vector<Event> Client::Signals() const {
     std::vector<Event> out;
-    for (const Event& e : events_) {
-        if (e.kind == "signal" && (name.empty() || e.name == name)) {
+    for (const Event& e : events) {
+        if (e.kind == "signal") {
             out.push_back(e);
         }
     }
@@ -120,40 +150,12 @@ std::vector<Event> Client::Signals(const std::string& name) const {
 }
 
 long Client::IndexOf(const std::string& kind, const std::string& name) const {
-    for (size_t i = 0; i < events_.size(); ++i) {
-        if (events_[i].kind == kind && events_[i].name == name) {
+    for (size_t i = 0; i < events.size(); ++i) {
+        if (events[i].kind == kind && events[i].name == name) {
             return static_cast<long>(i);
         }
     }
     return -1;
-}
-
-void Client::OnReply(GObject* source, GAsyncResult* result, gpointer data) {
-    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
-    GError* error = nullptr;
-    GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
-    Event event{reply != nullptr ? "reply" : "error", pending->method, ""};
-    if (reply != nullptr) {
-        gchar* text = g_variant_print(reply, FALSE);
-        event.body = text;
-        g_free(text);
-        g_variant_unref(reply);
-    } else {
-        gchar* remote = g_dbus_error_get_remote_error(error);
-        event.body = remote != nullptr                                          ? remote
-                     : g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ? "timeout"
-                                                                                : error->message;
-        g_free(remote);
-        g_error_free(error);
-    }
-    pending->events->push_back(event);
-}
-
-void Client::OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                      const gchar* signal, GVariant* parameters, gpointer data) {
-    gchar* text = g_variant_print(parameters, FALSE);
-    static_cast<std::vector<Event>*>(data)->push_back(Event{"signal", signal, text});
-    g_free(text);
 }
 
 GVariant* Request::Variant() const {
@@ -162,10 +164,10 @@ GVariant* Request::Variant() const {
                          no_ux, ux_always);
 }
 
-CPXMCore* StartRegistry(PXMDBusServer* server) {
+void HandlerTest::Start() {
     fake::SeedDefaultSettings();
     EXPECT_EQ(1, server->Initialize());
-    return server->m_pPXMCore;
+    core = server->m_pPXMCore;
 }
 
 void HandlerTest::TearDown() {
@@ -174,11 +176,13 @@ void HandlerTest::TearDown() {
     }
 }
 
-std::vector<std::string> HandlerTest::SignalBodies(const char* name) {
+std::vector<std::string> HandlerTest::SignalBodies() {
     client.Flush();
     std::vector<std::string> bodies;
-    for (const Event& e : client.Signals(name)) {
-        bodies.push_back(e.body);
+    for (const Event& e : client.Signals()) {
+        if (e.name == PXM_SIGNAL_STATUS_CHANGED) {
+            bodies.push_back(e.body);
+        }
     }
     return bodies;
 }

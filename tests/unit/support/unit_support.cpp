@@ -22,10 +22,10 @@ pxm_core_device_s Device(const char* name, const char* bt, const char* wifi, con
     return d;
 }
 
-std::vector<std::string> Names(const std::vector<pxm_core_device_s>& list) {
-    std::vector<std::string> names;
+std::string Names(const std::vector<pxm_core_device_s>& list) {
+    std::string names;
     for (const pxm_core_device_s& dev : list) {
-        names.push_back(dev.devname);
+        names += (names.empty() ? "" : " ") + std::string(dev.devname);
     }
     return names;
 }
@@ -56,17 +56,6 @@ bool LockIsFree(PXMUtil::Mutex& lock) {
         from = static_cast<std::size_t>(at) + 1;
     }
     return ::testing::AssertionSuccess();
-}
-
-bool CoreLogged(const std::string& func, const std::string& text, int level) {
-    for (const fake::LogLine& line : fake::Logs()) {
-        if (line.level == level && line.tag == "PXM_CORE" &&
-            line.text.find("pxmCore: " + func + "(") == 0 &&
-            line.text.find("> " + text) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
 }
 
 std::vector<std::string> FirstArgs(const std::string& fn) {
