@@ -1,9 +1,9 @@
-// The backup payload: each entry's key and fields, the list as a whole (null when empty,
-// "[]" after a remove-all), the two paths that send it, and which bus events send it.
+// Backups: the service client's connection and the requests it serves, each entry's key and
+// fields, the list as a whole (null when empty, "[]" after a remove-all), the two paths that
+// send it, and which bus events send it.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,9 +19,10 @@ namespace {
 
 const char kClientId[] = "Zq8Tn3Wd5R";
 const uint64_t kTime = 1700000000123ULL;  // beyond 32 bits, so that a narrowed time shows
+using Names = std::vector<std::string>;
 
-std::vector<std::string> ServiceCalls() {
-    std::vector<std::string> names;
+Names ServiceCalls() {
+    Names names;
     for (const auto& call : fake::Calls()) {
         if (call.fn.rfind("bnr_", 0) == 0) {
             names.push_back(call.fn);
@@ -30,12 +31,13 @@ std::vector<std::string> ServiceCalls() {
     return names;
 }
 
-const std::vector<std::string> kConnectBackupDisconnect = {
+const Names kConnect = {"bnr_init", "bnr_trigger_callback_register", "bnr_callback_register"};
+const Names kConnectBackupDisconnect = {
     "bnr_init",   "bnr_trigger_callback_register",   "bnr_callback_register",
     "bnr_backup", "bnr_trigger_callback_deregister", "bnr_callback_deregister",
     "bnr_deinit"};
 
-std::string Joined(const std::vector<std::string>& words) {
+std::string Joined(const Names& words) {
     std::string out;
     for (const std::string& w : words) {
         out += (out.empty() ? "" : " ") + w;
@@ -43,23 +45,80 @@ std::string Joined(const std::vector<std::string>& words) {
     return out;
 }
 
-// The keys of a sent list, space-separated.
+// The keys of a sent list, or the text itself when it is no list of entries.
 std::string Keys(const std::string& sent) {
-    std::vector<std::string> keys;
+    if (sent.empty() || sent[0] != '[' || sent == "[]") {
+        return sent;
+    }
+    Names keys;
     for (const Json::Value& entry : unit::ParseJson(sent)) {
         keys.push_back(entry["key"].asString());
     }
     return Joined(keys);
 }
 
+// A connection registers each callback once however often it is made, a disconnect releases
+// them, and only this client's key or the restore trigger asks for a restore.
+TEST(BackupClient, ConnectionsRegisterOnceAndOnlyRequestsForThisClientAreServed) {
+    fake::Reset();
+    PXMBackupRestore client;
+    EXPECT_TRUE(ServiceCalls().empty()) << "the service is contacted on first use only";
+    fake::QueueResult("bnr_init", -107);
+    EXPECT_FALSE(client.BnrInit());
+    ASSERT_TRUE(client.BnrInit());
+    ASSERT_TRUE(client.BnrInit());
+    EXPECT_EQ((Names{"bnr_init", "bnr_init", "bnr_trigger_callback_register",
+                     "bnr_callback_register", "bnr_init"}),
+              ServiceCalls());
+    EXPECT_EQ((Names{kClientId, "Orvendale"}), fake::Calls("bnr_init").at(0).args);
+    EXPECT_NE(client.m_nBnrTriggerHandle, client.m_nBnrHandler);
+    fake::ClearJournal();
+    client.BnrDeinit();
+    EXPECT_EQ((Names{"bnr_trigger_callback_deregister", "bnr_callback_deregister", "bnr_deinit"}),
+              ServiceCalls());
+
+    fake::ClearJournal();
+    fake::ChangeStr("memory/bnr/restorecid", "SomeoneElse");
+    fake::ChangeInt("memory/bnr/restorecid", 7);  // not a string: reads as empty text
+    fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
+    EXPECT_TRUE(ServiceCalls().empty());
+    fake::ChangeStr("memory/bnr/restorecid", kClientId);
+    // The restore's answer comes later: the connection stays open for it.
+    Names restore = kConnect;
+    restore.push_back("bnr_restore");
+    EXPECT_EQ(restore, ServiceCalls());
+    EXPECT_EQ((Names{kClientId, "(null)"}), fake::Calls("bnr_restore").at(0).args);
+    for (int trigger : {1, 9, 2}) {
+        fake::DeliverBnrTrigger(trigger);
+    }
+    EXPECT_EQ(2u, fake::CallCount("bnr_restore"));
+    // Answers other than restore data are only logged; data that cannot be used, or that
+    // comes without a client, is reported as a failure.
+    for (int answer : {0, 101, 103, 500, 501, 502, 503, 504}) {
+        fake::DeliverBnrResponse(answer, nullptr);
+    }
+    EXPECT_EQ(0u, fake::CallCount("bnr_report_success") + fake::CallCount("bnr_report_failure"));
+    fake::DeliverBnrResponse(102, "this is not json");
+    PXMBackupRestore::m_BnrCallback(BNR_RESPONSE_ERROR, nullptr, nullptr);
+    EXPECT_EQ((Names{kClientId, kClientId}), unit::FirstArgs("bnr_report_failure"));
+    EXPECT_EQ(1u, fake::CallCount("bnr_init")) << "no answer reconnects";
+    client.m_UnRegisterBnrVconfs();
+    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/restorecid"));
+    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/backupcid"));
+    // Released even when the service refuses, so that the next connection registers afresh.
+    fake::SetResult("bnr_callback_deregister", -6);
+    client.BnrDeinit();
+    EXPECT_EQ(-1, client.m_nBnrTriggerHandle);
+    EXPECT_EQ(-1, client.m_nBnrHandler);
+}
+
 class BackupPayload : public ::testing::Test {
 protected:
-    void SetUp() override { Prepare(false, true, 0); }
     void TearDown() override { client->m_UnRegisterBnrVconfs(); }
 
     // A clean platform, two stored devices or none, a client that has the registry or not,
     // and the next bnr_backup scripted to answer backup_result.
-    void Prepare(bool devices, bool registry, int backup_result) {
+    void Prepare(bool devices, bool registry = true, int backup_result = 0) {
         core->DB_WaitForSaves();
         fake::Reset();
         core->mDeviceList.clear();
@@ -81,27 +140,23 @@ protected:
         d.keyType = keyType;
         d.devtype = 3;
         d.devicon = 4;
-        d.tvInitMirroringSupport = 1;
-        d.isNoUX = 1;
-        d.isUXAlways = 1;
+        d.tvInitMirroringSupport = d.isNoUX = d.isUXAlways = 1;
         d.accessTime = kTime;
         d.updated = 9;
         snprintf(d.zel_id, sizeof(d.zel_id), "zel");
         snprintf(d.mirroring_Id, sizeof(d.mirroring_Id), "mirror");
         core->mDeviceList.push_back(d);
     }
-    // The one payload sent with this client's id: `expected`, or (nullptr) the two devices.
-    void ExpectOneSent(const char* expected) {
+    // The one payload sent, with this client's id, as its keys.
+    std::string SentKeys() {
         std::vector<fake::Call> calls = fake::Calls("bnr_backup");
-        ASSERT_EQ(1u, calls.size());
-        const std::vector<std::string>& args = calls[0].args;
-        EXPECT_EQ(kClientId, args.at(0));
-        EXPECT_EQ("(null)", args.at(2));
-        if (expected != nullptr) {
-            EXPECT_EQ(expected, args.at(1));
-        } else {
-            EXPECT_EQ("AABBCCDDEE01 AABBCCDDEE02", Keys(args.at(1)));
+        EXPECT_EQ(1u, calls.size());
+        if (calls.size() != 1) {
+            return "(not one)";
         }
+        EXPECT_EQ(kClientId, calls[0].args.at(0));
+        EXPECT_EQ("(null)", calls[0].args.at(2));
+        return Keys(calls[0].args.at(1));
     }
 
     CPXMCore* core = CPXMCore::GetInstance();
@@ -109,41 +164,30 @@ protected:
 };
 
 TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndCarriesTheRecordWithoutIds) {
-    const struct {
-        const char *name, *bt, *wifi, *p2p;
-        int keyType;
-        const char* key;
-    } rows[] = {
-        {"Bt", "AA:BB:CC:DD:EE:01", "AA:BB:CC:DD:EE:02", "", 0, "AABBCCDDEE01"},
-        {"Wifi", "", "aa:bb:cc:dd:ee:ff", "", 1, "aabbccddeeff"},
-        {"P2p", "", "", "AA-BB-CC-DD-EE-03", 2, "AA-BB-CC-DD-EE-03"},
-        {"NoKey", "AA:BB:CC:DD:EE:04", "", "", -1, "Error"},
-        {"OddKey", "AA:BB:CC:DD:EE:05", "", "", 3, "Error"},
-        {"EmptyKey", "AA:BB:CC:DD:EE:06", "", "", 1, ""},
-    };
-    for (const auto& row : rows) {
-        Store(row.name, row.bt, row.wifi, row.p2p, row.keyType);
-    }
+    Prepare(false);
+    Store("Bt", "AA:BB:CC:DD:EE:01", "AA:BB:CC:DD:EE:02", "", 0);
+    Store("Wifi", "", "aa:bb:cc:dd:ee:ff", "", 1);
+    Store("P2p", "", "", "AA-BB-CC-DD-EE-03", 2);
+    Store("NoKey", "AA:BB:CC:DD:EE:04", "", "", -1);
+    Store("OddKey", "AA:BB:CC:DD:EE:05", "", "", 3);
+    Store("EmptyKey", "AA:BB:CC:DD:EE:06", "", "", 1);
     // The reverse list is never backed up.
     core->mReverseDeviceList.push_back(unit::Device("Reverse", "AA:BB:CC:DD:EE:07"));
 
     std::string text;
     ASSERT_TRUE(client->AssembleCompleteData(text));
+    EXPECT_EQ("AABBCCDDEE01 aabbccddeeff AA-BB-CC-DD-EE-03 Error Error ", Keys(text));
     Json::Value list = unit::ParseJson(text);
-    ASSERT_EQ(std::size(rows), list.size());
     // The values themselves are checked by the round trip through a restore.
-    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
-        const Json::Value& entry = list[i];
-        SCOPED_TRACE(rows[i].name);
+    for (const Json::Value& entry : list) {
+        SCOPED_TRACE(entry["item_data"]["devname"].asString());
         EXPECT_EQ("item_data key timestamp", Joined(entry.getMemberNames()));
-        EXPECT_EQ(rows[i].key, entry["key"].asString());
         EXPECT_TRUE(entry["timestamp"].isInt64());
         EXPECT_EQ(static_cast<Json::Int64>(kTime), entry["timestamp"].asInt64());
         EXPECT_EQ(
             "accessTime bt_mac devicon devname devstatus devtype isNoUX isUXAlways keyType "
             "p2p_mac tvInitMirroringSupport wifi_mac",
             Joined(entry["item_data"].getMemberNames()));
-        EXPECT_EQ(rows[i].name, entry["item_data"]["devname"].asString());
     }
 
     // The changed entry of one device is assembled in the same form and only logged.
@@ -151,30 +195,31 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndCarriesTheRecordWithoutIds)
     client->AssembleBackupData(complete, changed, &core->mDeviceList[1]);
     EXPECT_EQ(text, complete);
     EXPECT_EQ(list[1], unit::ParseJson(changed));
-    EXPECT_TRUE(fake::HasLog("Changed Data: {", DLOG_INFO, "PXM_LOG"));
     EXPECT_EQ(0u, fake::CallCount("bnr_backup"));
 }
 
 // What Backup sends for each shape of the list, each record argument and each kind, and
 // that a refused or unconnected backup is still attempted, disconnected and only logged.
+// The full backup the service asks for through its settings key serves this client only.
 TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
+    const std::string kTwo = "AABBCCDDEE01 AABBCCDDEE02";
     const struct {
         const char* what;
         bool devices, registry, record;
         OP_TYPE op;
         int init_result, backup_result;
-        const char* sent;  // nullptr: the two stored devices
+        std::string sent;
         size_t data_lines;
     } rows[] = {
-        {"change", true, true, true, OP_ADD_OR_CHANGE, 0, 0, nullptr, 1},
-        {"removal of one", true, true, true, OP_REMOVE, 0, 0, nullptr, 2},
+        {"change", true, true, true, OP_ADD_OR_CHANGE, 0, 0, kTwo, 1},
+        {"removal of one", true, true, true, OP_REMOVE, 0, 0, kTwo, 2},
         {"removal of the last", false, true, true, OP_REMOVE, 0, 0, "null", 2},
         {"remove-all", false, true, false, OP_REMOVE, 0, 0, "[]", 2},
         {"remove-all, list not yet empty", true, true, false, OP_REMOVE, 0, 0, "[]", 2},
         {"no record for a change", true, true, false, OP_ADD_OR_CHANGE, 0, 0, "", 1},
         {"no registry", true, false, true, OP_ADD_OR_CHANGE, 0, 0, "", 1},
-        {"refused", true, true, true, OP_ADD_OR_CHANGE, 0, -1, nullptr, 1},
-        {"not connected", true, true, true, OP_ADD_OR_CHANGE, -107, 0, nullptr, 1},
+        {"refused", true, true, true, OP_ADD_OR_CHANGE, 0, -1, kTwo, 1},
+        {"not connected", true, true, true, OP_ADD_OR_CHANGE, -107, 0, kTwo, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -186,39 +231,31 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
 
         EXPECT_EQ(row.backup_result == 0, client->Backup(row.record ? &dev : nullptr, row.op));
 
-        const std::vector<std::string> unconnected = {"bnr_init", "bnr_backup", "bnr_deinit"};
+        const Names unconnected = {"bnr_init", "bnr_backup", "bnr_deinit"};
         EXPECT_EQ(row.init_result != 0 ? unconnected : kConnectBackupDisconnect, ServiceCalls());
-        ExpectOneSent(row.sent);
+        EXPECT_EQ(row.sent, SentKeys());
         EXPECT_EQ(row.data_lines, fake::CountLogs("> backup data["));
         EXPECT_EQ(row.record && row.registry, fake::HasLog("Changed Data: "));
         EXPECT_EQ(row.backup_result == 0, unit::LogsInOrder({"backup data[", "BnrDeinit(",
                                                              "Backup requested successfully."}));
     }
-}
 
-// The full backup the service asks for through its settings key, for this client only.
-TEST_F(BackupPayload, FullBackupOnRequestSendsTheListOrAnEmptyArray) {
     const struct {
-        const char* what;
         bool devices, registry;
         int backup_result;
-        const char* sent;  // nullptr: the two stored devices
-    } rows[] = {
-        {"devices", true, true, 0, nullptr},
-        {"empty list", false, true, 0, "null"},
-        {"no registry yet", true, false, 0, "[]"},
-        {"refused", true, true, -5, nullptr},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        std::string sent;
+    } requested[] = {{true, true, 0, kTwo},
+                     {false, true, 0, "null"},
+                     {true, false, 0, "[]"},
+                     {true, true, -5, kTwo}};
+    for (const auto& row : requested) {
+        SCOPED_TRACE(row.sent + " " + std::to_string(row.backup_result));
         Prepare(row.devices, row.registry, row.backup_result);
         fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
         EXPECT_TRUE(ServiceCalls().empty());
-
         fake::ChangeStr("memory/bnr/backupcid", kClientId);
-
         EXPECT_EQ(kConnectBackupDisconnect, ServiceCalls());
-        ExpectOneSent(row.sent);
+        EXPECT_EQ(row.sent, SentKeys());
         std::string outcome =
             row.backup_result != 0 ? "bnr_backup err[-5]" : "Backup requested successfully.";
         EXPECT_TRUE(fake::HasLog(outcome, row.backup_result != 0 ? DLOG_ERROR : DLOG_INFO));
@@ -240,7 +277,7 @@ GVariant* Ask(const char* name, const char* bt, int status, int no_ux = 1) {
     return r.Variant();
 }
 
-class BackupEvents : public handler_bus::HandlerTest {};
+using BackupEvents = handler_bus::HandlerTest;
 
 TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) {
     Start();
@@ -279,11 +316,11 @@ TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) 
         client.Call(method == "pxm_feedback_ux" ? PXM_DBUS_UX_INTERFACE : handler_bus::kSet,
                     step.method, step.args);
         client.Flush();
-        std::vector<std::string> sent;
+        Names sent;
         for (const fake::Call& call : fake::Calls("bnr_backup")) {
-            sent.push_back(call.args.at(1));
+            sent.push_back(Keys(call.args.at(1)));
         }
-        ASSERT_EQ(step.sent == "-" ? 0u : 1u, sent.size());
+        EXPECT_EQ(step.sent == "-" ? Names{} : Names{step.sent}, sent);
         bool removal = method.find("remove") != std::string::npos;
         EXPECT_EQ(sent.size() * (removal ? 2 : 1), fake::CountLogs("> backup data["));
         long changed = fake::FindLog("Changed Data: ");
@@ -291,13 +328,9 @@ TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) 
         if (changed >= 0) {
             EXPECT_NE(std::string::npos, fake::Logs()[changed].text.find(step.changed));
         }
-        if (sent.empty()) {
-            continue;
-        }
-        EXPECT_EQ(step.sent, sent[0] == "[]" ? sent[0] : Keys(sent[0]));
         // Backups come after the change has been announced.
         long signal = fake::FindLog("[NOTI] DEVICE");
-        if (signal >= 0) {
+        if (!sent.empty() && signal >= 0) {
             EXPECT_LT(signal, fake::FindLog("[DBusServer] Backup called. "));
         }
     }
