@@ -1,4 +1,4 @@
-// Settings keys, Wi-Fi security and standby as the registry sees them.
+// Settings keys and standby as the registry sees them.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -40,50 +40,6 @@ TEST(Monitors, SettingsAndTheirChangesReachTheRegistry) {
     fake::Unset(VCONFKEY_WIZARD_MODE);
     core->UTIL_LoadVconf();
     EXPECT_FALSE(core->m_bPnPStatus);
-}
-
-TEST(Monitors, OnlyPskWifiWithAesCountsAsSecureAndDisconnectingClearsIt) {
-    CPXMCore* core = StartedRegistry("");
-    const struct {
-        int type, security, encryption;
-        const char* failing;
-        bool secure;
-    } cases[] = {
-        {1, 3, 3, "", true},
-        {1, 2, 4, "", true},
-        {1, 3, 2, "", false},
-        {1, 0, 0, "", false},
-        {3, 3, 3, "", false},
-        {1, 3, 3, "connection_get_type", false},
-        {1, 3, 3, "connection_get_current_profile", false},
-        {1, 3, 3, "connection_profile_get_wifi_security_type", false},
-        {1, 3, 3, "connection_profile_get_wifi_encryption_type", false},
-        {1, 3, 3, "connection_create", false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::to_string(c.type) + std::to_string(c.security) +
-                     std::to_string(c.encryption) + c.failing);
-        core->m_bSecurity = !c.secure;
-        fake::ClearJournal();
-        fake::SetConnection(c.type, c.security, c.encryption);
-        if (*c.failing != '\0') {
-            fake::QueueResult(c.failing, -1);
-        }
-        core->UTIL_LoadSecurity();
-        EXPECT_EQ(c.secure, core->m_bSecurity.load());
-        // The handle is released whatever failed after it was made.
-        EXPECT_EQ(std::string(c.failing) == "connection_create" ? 1u : 0u,
-                  fake::CallCount("connection_create") - fake::CallCount("connection_destroy"));
-    }
-
-    fake::SetConnection(1, 3, 4);
-    fake::DeliverWifiState(WIFI_CONNECTION_STATE_CONNECTED);
-    EXPECT_TRUE(core->m_bSecurity);
-    for (int state : {1, 0, -1}) {
-        core->m_bSecurity = true;
-        fake::DeliverWifiState(static_cast<wifi_connection_state_e>(state));
-        EXPECT_FALSE(core->m_bSecurity) << state;
-    }
 }
 
 TEST(Monitors, StandbyClearsTheUpdateCountersOfTheNormalListOnly) {
