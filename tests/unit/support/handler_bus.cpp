@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fake_platform.h"
+#include "main_loop_wait.h"
 
 namespace handler_bus {
 
@@ -41,8 +42,8 @@ void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
     pending->events->push_back(event);
 }
 
-}  // namespace
-
+// Two ends of a fresh private connection; returns the server end. Both stay open for good:
+// the server keeps its connection for the rest of the process.
 GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
     int fds[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
@@ -63,16 +64,19 @@ GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
         g_object_unref(socket);
     }
     g_free(guid);
-    EXPECT_TRUE(unit::RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }));
+    EXPECT_TRUE(
+        test_common::RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }, 5000));
     if (client_end != nullptr) {
         *client_end = ends[1];
     }
     return ends[0];
 }
 
+}  // namespace
+
 Client::Client() : server_(PXMDBusServer::GetInstance()) {
-    EXPECT_TRUE(unit::RunUntil(
-        [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }));
+    EXPECT_TRUE(test_common::RunUntil(
+        [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }, 5000));
     GDBusConnection* server_end = ConnectedPair(&client_end_);
     if (server_end == nullptr || client_end_ == nullptr) {
         ADD_FAILURE() << "no private connection";
@@ -107,15 +111,17 @@ std::string Client::Call(const char* interface, const char* method, GVariant* pa
     size_t before = events.size();
     Send(interface, method, parameters);
     std::string found;
-    bool answered = unit::RunUntil([&] {
-        for (size_t i = before; i < events.size(); ++i) {
-            if (events[i].kind != "signal" && events[i].name == method) {
-                found = events[i].kind == "reply" ? events[i].body : "error:" + events[i].body;
-                return true;
+    bool answered = test_common::RunUntil(
+        [&] {
+            for (size_t i = before; i < events.size(); ++i) {
+                if (events[i].kind != "signal" && events[i].name == method) {
+                    found = events[i].kind == "reply" ? events[i].body : "error:" + events[i].body;
+                    return true;
+                }
             }
-        }
-        return false;
-    });
+            return false;
+        },
+        5000);
     EXPECT_TRUE(answered) << method << " was not answered";
     return found;
 }

@@ -19,10 +19,6 @@ namespace handler_bus {
 const char* const kSet = PXM_DBUS_SET_INTERFACE;
 const char* const kGet = PXM_DBUS_GET_INTERFACE;
 
-// Two ends of a fresh private connection; returns the server end. Both stay open for good:
-// the server keeps its connection for the rest of the process.
-GDBusConnection* ConnectedPair(GDBusConnection** client_end = nullptr);
-
 // What the client end saw, in the order it saw it.
 struct Event {
     std::string kind;  // "reply", "error" or "signal"

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "fake_platform.h"
-#include "main_loop_wait.h"
 
 namespace unit {
 
@@ -30,8 +29,13 @@ std::string Names(const std::vector<pxm_core_device_s>& list) {
     return names;
 }
 
-bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms) {
-    return test_common::RunUntil(done, timeout_ms);
+std::string Text(const pxm_core_device_s& d) {
+    char out[512];
+    snprintf(out, sizeof out, "%s|%s|%s|%s|%s|%s|%d|%d|%d|%d|%d|%d|%llu|%d|%d|%d", d.devname,
+             d.bt_mac, d.wifi_mac, d.p2p_mac, d.zel_id, d.mirroring_Id, d.devtype, d.devicon,
+             d.devstatus, d.tvInitMirroringSupport, d.isNoUX, d.isUXAlways,
+             static_cast<unsigned long long>(d.accessTime), d.updated, d.keyType, d.dy_type);
+    return out;
 }
 
 bool LockIsFree(PXMUtil::Mutex& lock) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,9 +18,8 @@ pxm_core_device_s Device(const char* name, const char* bt, const char* wifi = ""
                          const char* p2p = "", int status = 0);
 // The records' names, separated by blanks.
 std::string Names(const std::vector<pxm_core_device_s>& list);
-
-// Dispatches the default main context until done() holds; false after timeout_ms.
-bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms = 5000);
+// Every field of the record, "|"-separated, so that two records compare readably.
+std::string Text(const pxm_core_device_s& d);
 
 // Another thread can take and release the lock: nobody left it held.
 bool LockIsFree(PXMUtil::Mutex& lock);

@@ -1,9 +1,17 @@
-// Adding devices: merging duplicates, the no-change flag, refused verdicts, the wake-up
-// tables per list, and eviction from the Bluetooth power-on table.
+// The registry's lists: adding (merging duplicates, the no-change flag, refused verdicts,
+// the wake-up tables per list, eviction from the Bluetooth power-on table), copies,
+// removals, and the lock discipline every operation keeps.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CPXMCore.h"
@@ -18,6 +26,21 @@ pxm_core_device_s Dev(const char* name, const char* bt, const char* wifi, const 
                       int status = 0) {
     pxm_core_device_s d = unit::Device(name, bt, wifi, p2p, status);
     d.keyType = -1;
+    return d;
+}
+
+// A record with every field set.
+pxm_core_device_s Full(const char* name, const char* bt, const char* wifi, const char* p2p) {
+    pxm_core_device_s d = unit::Device(name, bt, wifi, p2p);
+    snprintf(d.zel_id, sizeof d.zel_id, "zel-%s", name);
+    snprintf(d.mirroring_Id, sizeof d.mirroring_Id, "mir-%s", name);
+    d.devtype = 2;
+    d.devicon = 4;
+    d.tvInitMirroringSupport = d.isUXAlways = 1;
+    d.accessTime = 1700000000123ULL;
+    d.updated = 3;
+    d.keyType = 1;
+    d.dy_type = 5;
     return d;
 }
 
@@ -39,6 +62,18 @@ protected:
         return core->INTERNAL_AddDevice(&d, save);
     }
     CPXMCore* core = CPXMCore::GetInstance();
+};
+
+// Three records X, Y, Z in the normal list, one R in the reverse list.
+class RegistryOps : public RegistryAdd {
+protected:
+    void SetUp() override {
+        RegistryAdd::SetUp();
+        core->mDeviceList = {Full("X", "AA:00:00:00:00:01", "11:00:00:00:00:01", ""),
+                             Full("Y", "AA:00:00:00:00:02", "11:00:00:00:00:02", ""),
+                             Full("Z", "", "", "22:00:00:00:00:03")};
+        core->mReverseDeviceList = {Full("R", "AA:00:00:00:00:09", "11:00:00:00:00:09", "")};
+    }
 };
 
 TEST_F(RegistryAdd, RequestMatchingTwoRecordsMergesIntoTheFirstAndFoldsTheSecond) {
@@ -185,6 +220,129 @@ TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWer
             EXPECT_EQ(0u, fake::CallCount("wowl_del_waker_device"));
         }
     }
+}
+
+TEST_F(RegistryOps, GetAllDevicesCopiesEveryRecordButDyType) {
+    int count = -1;
+    pxm_core_device_s* list = nullptr;
+    ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL));
+    ASSERT_EQ(3, count);
+    for (int i = 0; i < count; i++) {
+        pxm_core_device_s expected = core->mDeviceList[i];
+        expected.dy_type = 0;
+        EXPECT_EQ(unit::Text(expected), unit::Text(list[i]));
+    }
+    free(list);
+
+    core->mReverseDeviceList.clear();
+    pxm_core_device_s sentinel{};
+    list = &sentinel;
+    ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_REVERSE));
+    EXPECT_EQ(0, count);
+    EXPECT_EQ(&sentinel, list);
+}
+
+TEST_F(RegistryOps, RemoveDeviceByEachAddressReportsItsAddressesAndTakesItOutOfTheTables) {
+    pxm_core_device_s out;
+    memset(&out, 'Q', sizeof out);
+    auto remove = [&](const char* mac, int ind, dev_save_type save = PXM_SAVE_NORMAL) {
+        return core->INTERNAL_RemoveDevice(mac, static_cast<pxm_tech_ind_e>(ind), &out, save);
+    };
+    ASSERT_TRUE(remove("11:00:00:00:00:02", 2));
+    EXPECT_STREQ("AA:00:00:00:00:02", out.bt_mac);
+    EXPECT_STREQ("11:00:00:00:00:02", out.wifi_mac);
+    EXPECT_EQ('Q', out.p2p_mac[0]);  // invalid address: not written
+    EXPECT_EQ('Q', out.devname[0]);
+    EXPECT_EQ(1, out.keyType);
+    EXPECT_EQ(std::vector<std::string>{"11:00:00:00:00:02"},
+              unit::FirstArgs("wowl_del_waker_device"));
+    EXPECT_EQ("X Z", unit::Names(core->mDeviceList));
+
+    EXPECT_TRUE(remove("22:00:00:00:00:03", 3));
+    EXPECT_FALSE(remove("AA:00:00:00:00:01", 4));
+    EXPECT_TRUE(fake::HasLog("Failed to remove : Not found [AA:00:00:00:00:01]", DLOG_ERROR));
+    EXPECT_TRUE(remove("aa:00:00:00:00:01", 1));
+    EXPECT_FALSE(remove("AA:00:00:00:00:01", 1));
+
+    // The reverse list has no wake-up tables.
+    fake::ClearJournal();
+    EXPECT_TRUE(remove("AA:00:00:00:00:09", 1, PXM_SAVE_REVERSE));
+    EXPECT_TRUE(core->mReverseDeviceList.empty());
+    EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
+
+    // The last save finds both lists empty and clears the stored list.
+    core->DB_WaitForSaves();
+    EXPECT_GE(fake::CallCount("ss_clear_storage"), 1u);
+}
+
+TEST_F(RegistryOps, RemoveAllClearsTablesOnlyForTheNormalList) {
+    EXPECT_FALSE(core->CMD_RemoveAllDevices(PXM_SAVE_REVERSE));
+    EXPECT_TRUE(core->mReverseDeviceList.empty());
+    EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
+    EXPECT_EQ(3u, core->mDeviceList.size());
+
+    EXPECT_TRUE(core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL));
+    EXPECT_TRUE(core->mDeviceList.empty());
+    EXPECT_EQ(1u, fake::CallCount("bt_bluetooth_delete_all_headless_mobile_in_DB"));
+    EXPECT_EQ(1u, fake::CallCount("wowl_clear_waker_table"));
+
+    // Tables that cannot be opened make the result false; the list is emptied anyway.
+    core->DB_WaitForSaves();
+    core->mDeviceList.push_back(Full("W", "AA:00:00:00:00:04", "", ""));
+    fake::SetResult("bt_headless_open_db", -1);
+    EXPECT_FALSE(core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL));
+    EXPECT_TRUE(core->mDeviceList.empty());
+}
+
+TEST_F(RegistryOps, OperationsReleaseTheListLockAndNeverWaitForTheFileLock) {
+    std::promise<void> held;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::thread holder([&] {
+        core->mFileLock.Lock();
+        held.set_value();
+        released.wait();
+        core->mFileLock.Unlock();
+    });
+    held.get_future().wait();
+
+    pxm_core_device_s d = Full("N", "AA:00:00:00:00:05", "11:00:00:00:00:05", "");
+    pxm_core_device_s out{};
+    int count = 0;
+    pxm_core_device_s* list = nullptr;
+    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+        {"add", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
+        {"merge", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
+        {"get", [&] { core->CMD_GetDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"get-miss", [&] { core->CMD_GetDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"get-all", [&] { core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL); }},
+        {"remove",
+         [&] { core->INTERNAL_RemoveDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"remove-miss",
+         [&] { core->INTERNAL_RemoveDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"clear-update", [&] { core->UTIL_ClearUpdate(); }},
+        {"remove-all", [&] { core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL); }},
+        {"remove-all-reverse", [&] { core->CMD_RemoveAllDevices(PXM_SAVE_REVERSE); }},
+    };
+    std::string leaked;
+    auto ops = std::async(std::launch::async, [&] {
+        for (const auto& step : steps) {
+            step.second();
+            // Unlock succeeds only for the owner: true means the operation kept the lock.
+            if (core->mPXMLock.Unlock()) {
+                leaked += std::string(step.first) + " ";
+            }
+        }
+    });
+    if (ops.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+        // A blocked operation can be neither joined nor abandoned: report and leave.
+        fprintf(stderr, "an operation waited for mFileLock\n");
+        std::_Exit(1);
+    }
+    release.set_value();
+    holder.join();
+    free(list);
+    EXPECT_EQ("", leaked) << "operations that kept mPXMLock";
 }
 
 }  // namespace
