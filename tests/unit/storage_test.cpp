@@ -5,11 +5,9 @@
 #include <json/json.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
+#include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CPXMCore.h"
@@ -117,11 +115,14 @@ TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     ASSERT_EQ(4u, root.size());
     for (const Json::Value& element : root) {
         EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
-        EXPECT_EQ((std::vector<std::string>{"accessTime", "bt_mac", "devicon", "devname",
-                                            "devstatus", "devtype", "dy_type", "isNoUX",
-                                            "isUXAlways", "keyType", "mirroring_Id", "p2p_mac",
-                                            "tvInitMirroringSupport", "wifi_mac", "zel_id"}),
-                  element["item_data"].getMemberNames());
+        std::string names;
+        for (const std::string& name : element["item_data"].getMemberNames()) {
+            names += name + " ";
+        }
+        EXPECT_EQ(
+            "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
+            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ",
+            names);
     }
 
     core->mDeviceList.clear();
@@ -143,15 +144,19 @@ TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
 // keeping the records before it, and refuses documents that are not a non-empty array.
 TEST_F(Storage, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
     const std::string good = "{\"item_data\":{\"devname\":\"Good\"}}";
-    const std::string rev = "{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}";
+    // A good record in each list, then `element`, then another good one.
+    auto after = [&good](const std::string& element) {
+        return "[" + good + ",{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}," + element +
+               "," + good + "]";
+    };
     const std::string fmt = " Format err ,not Array or Array is empty";
     const std::string parse = "parse json error exception is [";
-    const std::string element = "parse json err exception is [";
+    const std::string bad = "parse json err exception is [";
     const struct {
         std::string text, normal, reverse, error;
     } rows[] = {
-        {"[" + good + "," + rev + ",{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}]",
-         "Kept Good NullDy", "GoodRev", ""},
+        {after("{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}"),
+         "Kept Good NullDy Good", "GoodRev", ""},
         {"null", "Kept", "", fmt},
         {"{}", "Kept", "", fmt},
         {"[]", "Kept", "", fmt},
@@ -160,16 +165,12 @@ TEST_F(Storage, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
         {"[{\"item_data\":", "Kept", "", parse},
         {"", "Kept", "", parse},
         {std::string(5000, '['), "Kept", "", parse},  // the parser throws: it must not escape
-        {"[" + good + "," + rev + ",{\"item_data\":{\"devtype\":\"1\"}}," + good + "]", "Kept Good",
-         "GoodRev", element},
-        {"[" + good + "," + rev + ",{\"item_data\":{\"devname\":5}}," + good + "]", "Kept Good",
-         "GoodRev", element},
-        {"[" + good + "," + rev + ",{\"item_data\":{\"accessTime\":-1}}]", "Kept Good", "GoodRev",
-         element},
-        {"[" + good + "," + rev + ",{\"item_data\":{\"dy_type\":\"r\"}}]", "Kept Good", "GoodRev",
-         element},
-        {"[" + good + "," + rev + ",{\"item_data\":[1,2]}]", "Kept Good", "GoodRev", element},
-        {"[" + good + "," + rev + ",7]", "Kept Good", "GoodRev", element},
+        {after("{\"item_data\":{\"devtype\":\"1\"}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":{\"devname\":5}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":{\"accessTime\":-1}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":{\"dy_type\":\"r\"}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":[1,2]}"), "Kept Good", "GoodRev", bad},
+        {after("7"), "Kept Good", "GoodRev", bad},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text.substr(0, 60));
@@ -247,8 +248,7 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     fake::SetResult("ss_read", -4);
     EXPECT_EQ(-1, Load(("2\n" + json).c_str()));
     fake::ClearResult("ss_read");
-    core->DB_Save();
-    core->DB_WaitForSaves();
+    Save();
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
 }
 
@@ -358,23 +358,11 @@ TEST_F(Storage, SaveWaitsForTheFileLockWithoutHoldingTheListLock) {
     core->mFileLock.Lock();
     core->DB_Save();
     ASSERT_TRUE(fake::WaitForCalls("ss_init_credential", 1));
-    std::mutex m;
-    std::condition_variable cv;
-    bool changed = false;
-    std::thread changer([&] {
-        AddUnderLock("During");
-        std::lock_guard<std::mutex> lock(m);
-        changed = true;
-        cv.notify_all();
-    });
-    bool listLockFree;
-    {
-        std::unique_lock<std::mutex> lock(m);
-        listLockFree = cv.wait_for(lock, std::chrono::seconds(10), [&] { return changed; });
-    }
+    auto changer = std::async(std::launch::async, [this] { AddUnderLock("During"); });
+    bool listLockFree = changer.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
     EXPECT_EQ(0u, fake::CallCount("ss_write"));
     core->mFileLock.Unlock();
-    changer.join();
+    changer.wait();
     core->DB_WaitForSaves();
     EXPECT_TRUE(listLockFree) << "the save held the list lock while waiting for the file lock";
     EXPECT_EQ("Before During", Stored());
