@@ -57,41 +57,10 @@ TEST_F(Handlers, AForcedVerdictIsStoredAndAnnouncedOnceOnlyAndTheReverseListNeve
     EXPECT_EQ(1u, core->mDeviceList.size());
 }
 
-TEST_F(Handlers, ANewDeviceIsAskedAboutAndASecondRequestMeanwhileIsRefused) {
-    Start();
-    Request ask;
-    ask.name = "Tablet";
-    ask.bt = kBt;
-    ask.zel_id = "zel-7";
-    EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_TRUE(core->mDeviceList.empty());
-    EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
-    // The request waits as the pending prompt, undecided, guarded by the timer.
-    EXPECT_EQ("Tablet AA:BB:CC:DD:EE:01 zel-7 2",
-              std::string(server->m_UxPendingDevice.devname) + " " +
-                  server->m_UxPendingDevice.bt_mac + " " + server->m_UxPendingDevice.zel_id + " " +
-                  std::to_string(server->m_UxPendingDevice.devstatus));
-    guint armed = server->m_nUxTimerId;
-    EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, armed));
-
-    // The prompt is on screen: another device is turned away and the wait is left alone.
-    Request other;
-    other.name = "Laptop";
-    other.bt = "AA:BB:CC:DD:EE:31";
-    other.no_ux = 1;
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_STREQ("Tablet", server->m_UxPendingDevice.devname);
-    EXPECT_EQ(armed, server->m_nUxTimerId);
-    EXPECT_TRUE(core->mDeviceList.empty() && core->mReverseDeviceList.empty());
-    EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
-}
-
-// An allow is stored and stops the timer; a denial is stored and re-arms it with nothing
-// pending; undecided is announced only; an invalid answer is not even answered, and the
-// wait goes on.
+// A new device is asked about: it waits as the pending prompt, undecided, guarded by the
+// timer, and another request meanwhile is turned away. Then an allow is stored and stops the
+// timer; a denial is stored and re-arms it with nothing pending; undecided is announced
+// only; an invalid answer is not even answered, and the wait goes on.
 TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays) {
     const struct {
         int status;
@@ -116,11 +85,23 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         Request ask;
         ask.name = "Tablet";
         ask.bt = kBt;
+        ask.zel_id = "zel-5";
         ASSERT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
         const guint timer = server->m_nUxTimerId;
-        ASSERT_NE(0u, timer);
+        EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, timer));
+        Request other = Forced();
+        other.bt = "AA:BB:CC:DD:EE:31";
+        EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
+        EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
+        EXPECT_EQ(timer, server->m_nUxTimerId);
+        EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
+        EXPECT_TRUE(SignalBodies().empty());
+        EXPECT_TRUE(core->mDeviceList.empty() && core->mReverseDeviceList.empty());
+        EXPECT_EQ("Tablet AA:BB:CC:DD:EE:01 zel-5 2",
+                  std::string(server->m_UxPendingDevice.devname) + " " +
+                      server->m_UxPendingDevice.bt_mac + " " + server->m_UxPendingDevice.zel_id +
+                      " " + std::to_string(server->m_UxPendingDevice.devstatus));
 
-        ask.zel_id = "zel-5";
         ask.status = row.status;
         ask.tv_init = 1;
         client.Send(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", ask.Variant());
