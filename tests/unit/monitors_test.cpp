@@ -9,18 +9,13 @@
 
 namespace {
 
-CPXMCore* StartedRegistry(const char* wizardMode) {
-    fake::SeedDefaultSettings();
-    fake::SetStr(VCONFKEY_WIZARD_MODE, wizardMode);
-    CPXMCore* core = CPXMCore::GetInstance();
-    core->Init();
-    return core;
-}
-
 // The wizard counts in any case at start-up and only as written afterwards; the other keys
 // reach the registry as they change, and a key it does not know changes nothing.
-TEST(Monitors, SettingsAndTheirChangesReachTheRegistry) {
-    CPXMCore* core = StartedRegistry("pnp_Setup");
+TEST(Monitors, SettingsChangesAndStandbyReachTheRegistry) {
+    fake::SeedDefaultSettings();
+    fake::SetStr(VCONFKEY_WIZARD_MODE, "pnp_Setup");
+    CPXMCore* core = CPXMCore::GetInstance();
+    core->Init();
     EXPECT_TRUE(core->m_bPnPStatus);
     for (auto [mode, setup] : {std::pair{"NETWORK_SETUP", true},
                                {"network_setup", false},
@@ -40,10 +35,8 @@ TEST(Monitors, SettingsAndTheirChangesReachTheRegistry) {
     fake::Unset(VCONFKEY_WIZARD_MODE);
     core->UTIL_LoadVconf();
     EXPECT_FALSE(core->m_bPnPStatus);
-}
 
-TEST(Monitors, StandbyClearsTheUpdateCountersOfTheNormalListOnly) {
-    CPXMCore* core = StartedRegistry("");
+    // Standby clears the update counters of the normal list only.
     pxm_core_device_s dev{};
     dev.updated = 3;
     core->mDeviceList.assign(2, dev);

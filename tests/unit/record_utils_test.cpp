@@ -20,7 +20,7 @@ pxm_core_device_s Record(const char* bt, const char* wifi, const char* p2p, int 
     return dev;
 }
 
-TEST(RecordUtils, AddressNameAndIdentifierRules) {
+TEST(RecordUtils, ValidityKeyTypesClockComparisonAndLookups) {
     CPXMCore* core = CPXMCore::GetInstance();
     for (const char* mac :
          {"00:00:00:00:00:01", "00-00-00-00-00-01", "G1:22:33:44:55:66", "AA:BB:CC:DD:EE:F?"}) {
@@ -62,10 +62,8 @@ TEST(RecordUtils, AddressNameAndIdentifierRules) {
     fake::SetRealtime(1700000000, 987654321);
     EXPECT_EQ(1700000000987ULL, core->UTIL_GetTime());
     EXPECT_EQ(2u, fake::CountLogs("System time is not in sync"));
-}
 
-TEST(RecordUtils, CompareMacTellsWhichAddressMatchedIgnoringCase) {
-    CPXMCore* core = CPXMCore::GetInstance();
+    // Comparison tells which address matched, ignoring case.
     pxm_core_device_s dev =
         Record("aa:bb:cc:dd:ee:01", "aa:bb:cc:dd:ee:02", "aa:bb:cc:dd:ee:03", 0);
     EXPECT_EQ(3, core->UTIL_CompareMAC(&dev, "AA:BB:CC:DD:EE:01", PXM_TECH_BT));

@@ -33,9 +33,7 @@ void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
         g_variant_unref(reply);
     } else {
         gchar* remote = g_dbus_error_get_remote_error(error);
-        event.body = remote != nullptr                                          ? remote
-                     : g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ? "timeout"
-                                                                                : error->message;
+        event.body = remote != nullptr ? remote : error->message;
         g_free(remote);
         g_error_free(error);
     }
