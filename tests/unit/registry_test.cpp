@@ -221,7 +221,10 @@ TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWer
     }
 }
 
-TEST_F(RegistryOps, GetAllDevicesCopiesEveryRecordButDyType) {
+// Copies give every field but dy_type; removals report the removed device's addresses and
+// take it out of the tables of the normal list only; remove-all clears the tables only for
+// the normal list, and empties it even when they cannot be opened.
+TEST_F(RegistryOps, CopiesRemovalsAndRemoveAll) {
     int count = -1;
     pxm_core_device_s* list = nullptr;
     ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL));
@@ -233,15 +236,6 @@ TEST_F(RegistryOps, GetAllDevicesCopiesEveryRecordButDyType) {
     }
     free(list);
 
-    core->mReverseDeviceList.clear();
-    pxm_core_device_s sentinel{};
-    list = &sentinel;
-    ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_REVERSE));
-    EXPECT_EQ(0, count);
-    EXPECT_EQ(&sentinel, list);
-}
-
-TEST_F(RegistryOps, RemoveDeviceByEachAddressReportsItsAddressesAndTakesItOutOfTheTables) {
     pxm_core_device_s out;
     memset(&out, 'Q', sizeof out);
     auto remove = [&](const char* mac, int ind, dev_save_type save = PXM_SAVE_NORMAL) {
@@ -268,17 +262,23 @@ TEST_F(RegistryOps, RemoveDeviceByEachAddressReportsItsAddressesAndTakesItOutOfT
     EXPECT_TRUE(remove("AA:00:00:00:00:09", 1, PXM_SAVE_REVERSE));
     EXPECT_TRUE(core->mReverseDeviceList.empty());
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
+    pxm_core_device_s sentinel{};
+    list = &sentinel;
+    ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_REVERSE));
+    EXPECT_EQ(0, count);
+    EXPECT_EQ(&sentinel, list);
 
     // The last save finds both lists empty and clears the stored list.
     core->DB_WaitForSaves();
     EXPECT_GE(fake::CallCount("ss_clear_storage"), 1u);
-}
 
-TEST_F(RegistryOps, RemoveAllClearsTablesOnlyForTheNormalList) {
+    core->mDeviceList = {Full("X", "AA:00:00:00:00:01", "11:00:00:00:00:01", "")};
+    core->mReverseDeviceList = {Full("R", "AA:00:00:00:00:09", "11:00:00:00:00:09", "")};
+    fake::ClearJournal();
     EXPECT_FALSE(core->CMD_RemoveAllDevices(PXM_SAVE_REVERSE));
     EXPECT_TRUE(core->mReverseDeviceList.empty());
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
-    EXPECT_EQ(3u, core->mDeviceList.size());
+    EXPECT_EQ(1u, core->mDeviceList.size());
 
     EXPECT_TRUE(core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL));
     EXPECT_TRUE(core->mDeviceList.empty());
