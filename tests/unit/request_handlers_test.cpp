@@ -1,7 +1,10 @@
 // The access request and the prompt's answer over the bus: the verdict in the reply, the
-// signal after it, the pending prompt and its timer, the reverse list that announces
-// nothing, and what each answer of the prompt stores, announces and does to the timer.
+// signal after it, the pending prompt and its 35 s timer, the reverse list that announces
+// nothing, what each answer of the prompt stores, announces and does to the timer, and
+// what the timer's expiry reports.
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "dlog.h"
 #include "fake_platform.h"
@@ -9,253 +12,203 @@
 
 namespace {
 
+using handler_bus::kGet;
+using handler_bus::kSet;
 using handler_bus::MacInd;
-using handler_bus::MacIndValue;
 using handler_bus::Request;
 
 const char kBt[] = "AA:BB:CC:DD:EE:01";
-const char kWifi[] = "AA:BB:CC:DD:EE:02";
-using handler_bus::kGet;
-using handler_bus::kSet;
 
-Request Forced(int status = 0) {
+Request Forced() {
     Request r;
     r.bt = kBt;
-    r.wifi = kWifi;
-    r.status = status;
+    r.wifi = "AA:BB:CC:DD:EE:02";
     r.no_ux = 1;
     return r;
 }
 
-class Handlers : public handler_bus::HandlerTest {
-protected:
-    // A device asked about: the prompt was launched and the answer is awaited.
-    void Ask() {
-        Start();
-        Request ask;
-        ask.name = "Tablet";
-        ask.bt = kBt;
-        EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
-        EXPECT_GT(core->m_nUxPid, 0);
-        timer = server->m_nUxTimerId;
-        EXPECT_NE(0u, timer);
-        fake::ClearJournal();
-    }
-    std::string Feedback(int status) {
-        Request r;
-        r.name = "Tablet";
-        r.bt = kBt;
-        r.zel_id = "zel-5";
-        r.status = status;
-        r.tv_init = 1;
-        return client.Call(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", r.Variant());
-    }
-    std::vector<std::string> StatusSignals() { return SignalBodies(); }
+using Handlers = handler_bus::HandlerTest;
 
-    guint timer = 0;
-};
-
-TEST_F(Handlers, WithoutARegistryEveryMethodAnswersItsFailureCodeOrNothing) {
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", Forced().Variant()));
-    EXPECT_EQ(2u, fake::CountLogs("[DBusServer] PXMCore is not running"));
-    EXPECT_TRUE(fake::HasLog("pxmDBusServer: pxm_request_access_reverse(", DLOG_ERROR, "PXM_LOG"));
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_set_status", MacIndValue(kBt, 1, 1)));
-    EXPECT_TRUE(fake::HasLog("[DBusServer] pxm_set_status called.Return value [0] "));
-    EXPECT_EQ("(0,)",
-              client.Call(kSet, "pxm_set_tv_init_mirroring_status", MacIndValue(kBt, 1, 1)));
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_set_device_extended_param_string",
-                                  g_variant_new("(sisi)", kBt, 1, "New", 1)));
-
-    // The queries are left unanswered.
-    client.Send(kGet, "pxm_get_list", nullptr);
-    client.Send(kGet, "pxm_get_device", MacInd(kBt, 1));
-    client.Send(kGet, "pxm_get_list_reverse", nullptr);
-    // Answered, so the three before it have been handled.
-    EXPECT_EQ("(-1,)", client.Call(kGet, "pxm_get_status", MacInd(kBt, 1)));
-    client.Flush();
-    for (const char* method : {"pxm_get_list", "pxm_get_device", "pxm_get_list_reverse"}) {
-        EXPECT_EQ(-1, client.IndexOf("reply", method)) << method;
-        EXPECT_EQ(-1, client.IndexOf("error", method)) << method;
-    }
-    EXPECT_TRUE(fake::HasLog("[DBusServer] pxm_get_device called. MAC [AA:BB:CC:DD:EE:01](1)"));
-    EXPECT_TRUE(client.Signals().empty());
-}
-
-TEST_F(Handlers, AForcedVerdictIsStoredLoggedAndAnnouncedOnceOnly) {
+TEST_F(Handlers, AForcedVerdictIsStoredAndAnnouncedOnceOnlyAndTheReverseListNever) {
     Start();
     EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
     // The empty P2P address goes out as the placeholder.
     EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 0)"},
-              StatusSignals());
-    core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    EXPECT_STREQ(kBt, core->mDeviceList[0].bt_mac);
-    EXPECT_TRUE(fake::HasLog("pxmDBusServer: pxm_request_access(", DLOG_INFO, "PXM_LOG"));
-    EXPECT_TRUE(
-        fake::HasLog("[DBusServer] NAME[Phone] BT[AA:BB:CC:DD:EE:01] "
-                     "WIFI[AA:BB:CC:DD:EE:02] P2P[] ZEL_ID[] MIRRORING_ID[] DEVTYPE[1] "
-                     "DEVICON[2] STATUS[0] TVINITMIRRSUPPORT[0] ISNOUX[1] ISUXALWAYS[0]",
-                     DLOG_INFO));
-    EXPECT_TRUE(fake::HasLog("Device status : [0]", DLOG_INFO, "PXM_LOG"));
-    EXPECT_TRUE(
-        fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN, "PXM_LOG"));
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-
+              SignalBodies());
+    EXPECT_TRUE(fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN));
     // The same device again changes nothing worth a signal, and the flag is consumed.
-    client.ClearEvents();
+    client.events.clear();
     EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    EXPECT_TRUE(StatusSignals().empty());
-    EXPECT_TRUE(fake::HasLog("[DBusServer] No data changed, no CALLBACK", DLOG_WARN, "PXM_LOG"));
+    EXPECT_TRUE(SignalBodies().empty());
     EXPECT_FALSE(core->m_bNoDataChanged);
     core->DB_WaitForSaves();
     EXPECT_EQ(1u, core->mDeviceList.size());
-}
 
-TEST_F(Handlers, ANewDeviceIsAskedAboutAndASecondRequestMeanwhileIsRefused) {
-    Start();
-    Request ask;
-    ask.name = "Tablet";
-    ask.bt = kBt;
-    ask.zel_id = "zel-7";
-    EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
-    EXPECT_TRUE(StatusSignals().empty());
-    EXPECT_TRUE(core->mDeviceList.empty());
-    EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
-    EXPECT_TRUE(fake::HasLog("[DBusServer] Undecided", DLOG_INFO, "PXM_LOG"));
-    // The request waits as the pending prompt, undecided, guarded by the timer.
-    EXPECT_STREQ("Tablet", server->m_UxPendingDevice.devname);
-    EXPECT_STREQ(kBt, server->m_UxPendingDevice.bt_mac);
-    EXPECT_STREQ("zel-7", server->m_UxPendingDevice.zel_id);
-    EXPECT_EQ(2, server->m_UxPendingDevice.devstatus);
-    guint armed = server->m_nUxTimerId;
-    EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, armed));
-    EXPECT_TRUE(fake::HasLog("\t\t\t [UXTIMER #" + std::to_string(armed) +
-                             "] New TimerCallback Registered"));
-
-    // The prompt is on screen: another device is turned away and the wait is left alone.
-    Request other;
-    other.name = "Laptop";
-    other.bt = "AA:BB:CC:DD:EE:31";
-    other.no_ux = 1;
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
-    EXPECT_TRUE(StatusSignals().empty());
-    EXPECT_STREQ("Tablet", server->m_UxPendingDevice.devname);
-    EXPECT_EQ(armed, server->m_nUxTimerId);
-    EXPECT_TRUE(core->mDeviceList.empty());
-    EXPECT_TRUE(core->mReverseDeviceList.empty());
-    EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
-    EXPECT_TRUE(fake::HasLog("UX already Displaying"));
-}
-
-TEST_F(Handlers, AFailedPromptLaunchIsAnUnexpectedStatusWithNothingKept) {
-    Start();
-    fake::SetResult("aul_launch_app", -1);
-    Request ask;
-    ask.bt = kBt;
-    EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
-    EXPECT_TRUE(fake::HasLog("[DBusServer] Unexpected Status[-1]", DLOG_ERROR, "PXM_LOG"));
-    EXPECT_TRUE(StatusSignals().empty());
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
-    EXPECT_TRUE(core->mDeviceList.empty());
-}
-
-TEST_F(Handlers, TheReverseListIsDecidedButNeitherAnnouncedNorWaitedFor) {
-    Start();
+    // The reverse list is decided, but neither announced nor waited for.
     EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access_reverse", Forced().Variant()));
-    core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mReverseDeviceList.size());
-    EXPECT_TRUE(core->mDeviceList.empty());
-
-    // Undecided on the reverse list: the prompt is launched, but nothing waits for it.
     Request ask;
     ask.bt = "AA:BB:CC:DD:EE:41";
     EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access_reverse", ask.Variant()));
-    EXPECT_TRUE(StatusSignals().empty());
+    EXPECT_TRUE(SignalBodies().empty());
     EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_EQ(0, server->m_UxPendingDevice.devstatus);
     EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
-    EXPECT_FALSE(fake::HasLog("[DBusServer] Undecided"));
-    EXPECT_FALSE(fake::HasLog("[DBusServer] [NOTI]"));
-    EXPECT_TRUE(fake::HasLog("pxmDBusServer: pxm_request_access_reverse(", DLOG_INFO, "PXM_LOG"));
-    EXPECT_TRUE(fake::HasLog("Device status : [2]"));
-}
-
-TEST_F(Handlers, AnAllowIsStoredAnnouncedAndStopsTheTimer) {
-    Ask();
-    EXPECT_EQ("()", Feedback(0));
-    EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', 0)"}, StatusSignals());
     core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    EXPECT_STREQ("Tablet", core->mDeviceList[0].devname);
-    EXPECT_STREQ("zel-5", core->mDeviceList[0].zel_id);
-    EXPECT_EQ(0, core->mDeviceList[0].devstatus);
-    EXPECT_EQ(0, core->m_nUxPid);
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
-    EXPECT_EQ(0, server->m_UxPendingDevice.devstatus);
-    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
-    // Allowed devices may wake the TV.
-    EXPECT_EQ(std::vector<std::string>{kBt}, fake::HeadlessTable());
-    EXPECT_TRUE(
-        fake::HasLog("[DBusServer] [NOTI] DEVICE ADDED BY USER SELECTED", DLOG_WARN, "PXM_LOG"));
-    EXPECT_TRUE(fake::HasLog(
-        "[DBusServer] pxm_feedback_ux called. DeviceName[Tablet] BT[AA:BB:CC:DD:EE:01] WIFI[] "
-        "P2P[] ZelID[zel-5] MirroringId[] Type[1] Icon[2] Status[0] tvInitMirroringSupport[1] "
-        "isNoUX[0] isUXAlways[0]",
-        DLOG_INFO, "PXM_LOG"));
-    EXPECT_TRUE(
-        fake::HasLog("\t\t\t [UXTIMER #" + std::to_string(timer) + "] TimerCallback Removed"));
+    EXPECT_EQ(1u, core->mReverseDeviceList.size());
+    EXPECT_EQ(1u, core->mDeviceList.size());
 }
 
-TEST_F(Handlers, ADenialIsStoredAndReArmsTheTimerWithNothingPending) {
-    Ask();
-    EXPECT_EQ("()", Feedback(1));
-    EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', 1)"}, StatusSignals());
-    core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    EXPECT_EQ(1, core->mDeviceList[0].devstatus);
-    EXPECT_NE(0u, server->m_nUxTimerId);
-    EXPECT_NE(timer, server->m_nUxTimerId);
-    EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
-    EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, server->m_nUxTimerId));
-    EXPECT_EQ(0, server->m_UxPendingDevice.devstatus);
-    EXPECT_EQ(0, server->m_UxPendingDevice.devname[0]);
-}
+// A new device is asked about: it waits as the pending prompt, undecided, guarded by the
+// timer, and another request meanwhile is turned away. Then an allow is stored and stops the
+// timer; a denial is stored and re-arms it with nothing pending; undecided is announced
+// only; an invalid answer is not even answered, and the wait goes on.
+TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays) {
+    const struct {
+        int status;
+        const char* reply;  // "": none
+        int stored;         // -1: nothing stored
+        const char* timer;  // "stopped", "re-armed" or "kept"
+    } rows[] = {{0, "()", 0, "stopped"},
+                {1, "()", 1, "re-armed"},
+                {2, "()", -1, "stopped"},
+                {3, "", -1, "kept"},
+                {-1, "", -1, "kept"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.status);
+        fake::Reset();
+        if (core == nullptr) {
+            Start();
+        }
+        core->DB_WaitForSaves();
+        core->mDeviceList.clear();
+        core->m_nUxPid = 0;
+        client.events.clear();
+        Request ask;
+        ask.name = "Tablet";
+        ask.bt = kBt;
+        ask.zel_id = "zel-5";
+        ASSERT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
+        const guint timer = server->m_nUxTimerId;
+        EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, timer));
+        Request other = Forced();
+        other.bt = "AA:BB:CC:DD:EE:31";
+        EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
+        EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
+        EXPECT_EQ(timer, server->m_nUxTimerId);
+        EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
+        EXPECT_TRUE(SignalBodies().empty());
+        EXPECT_TRUE(core->mDeviceList.empty() && core->mReverseDeviceList.empty());
+        EXPECT_EQ("Tablet AA:BB:CC:DD:EE:01 zel-5 2",
+                  std::string(server->m_UxPendingDevice.devname) + " " +
+                      server->m_UxPendingDevice.bt_mac + " " + server->m_UxPendingDevice.zel_id +
+                      " " + std::to_string(server->m_UxPendingDevice.devstatus));
 
-TEST_F(Handlers, UndecidedIsAnnouncedButNotStored) {
-    Ask();
-    EXPECT_EQ("()", Feedback(2));
-    EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', 2)"}, StatusSignals());
-    core->DB_WaitForSaves();
-    EXPECT_TRUE(core->mDeviceList.empty());
-    EXPECT_EQ(0u, fake::CallCount("ss_write"));
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_FALSE(fake::HasLog("DEVICE ADDED BY USER SELECTED"));
-}
-
-TEST_F(Handlers, AnInvalidAnswerIsNeitherAnsweredNorAnnouncedNorStored) {
-    Ask();
-    for (int status : {3, -1}) {
-        Request r;
-        r.bt = kBt;
-        r.status = status;
-        client.Send(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", r.Variant());
+        ask.status = row.status;
+        ask.tv_init = 1;
+        client.Send(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", ask.Variant());
+        // Answered, so the answer before it has been handled.
+        EXPECT_EQ("(-1,)", client.Call(kGet, "pxm_get_status", MacInd("AA:BB:CC:DD:EE:99", 1)));
+        client.Flush();
+        const long replied = client.IndexOf("reply", "pxm_feedback_ux");
+        EXPECT_EQ(*row.reply != '\0', replied >= 0);
+        EXPECT_EQ(-1, client.IndexOf("error", "pxm_feedback_ux"));
+        EXPECT_EQ(*row.reply != '\0' ? std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', " +
+                                                                std::to_string(row.status) + ")"}
+                                     : std::vector<std::string>{},
+                  SignalBodies());
+        core->DB_WaitForSaves();
+        if (row.stored >= 0) {
+            ASSERT_EQ(1u, core->mDeviceList.size());
+            EXPECT_STREQ("zel-5", core->mDeviceList[0].zel_id);
+            EXPECT_EQ(row.stored, core->mDeviceList[0].devstatus);
+            // Allowed devices may wake the TV.
+            EXPECT_EQ(row.stored == 0, fake::HeadlessTable() == std::vector<std::string>{kBt});
+        } else {
+            EXPECT_TRUE(core->mDeviceList.empty());
+            EXPECT_EQ(0u, fake::CallCount("ss_write"));
+        }
+        const std::string timerNow = server->m_nUxTimerId == 0       ? "stopped"
+                                     : server->m_nUxTimerId == timer ? "kept"
+                                                                     : "re-armed";
+        EXPECT_EQ(row.timer, timerNow);
+        EXPECT_EQ(timerNow != "stopped",
+                  g_main_context_find_source_by_id(nullptr, server->m_nUxTimerId) != nullptr);
+        // The prompt counts as gone; an invalid answer leaves the device pending.
+        EXPECT_EQ(0, core->m_nUxPid);
+        EXPECT_EQ(timerNow == "kept" ? 2 : 0, server->m_UxPendingDevice.devstatus);
+        EXPECT_EQ(timerNow == "kept", server->m_UxPendingDevice.bt_mac[0] != 0);
+        server->m_CancelUxTimer();
+        server->m_UxPendingDevice = {};
     }
-    // Answered, so both answers before it have been handled.
-    EXPECT_EQ("(-1,)", client.Call(kGet, "pxm_get_status", MacInd(kBt, 1)));
-    EXPECT_TRUE(StatusSignals().empty());
-    EXPECT_EQ(-1, client.IndexOf("reply", "pxm_feedback_ux"));
-    EXPECT_EQ(-1, client.IndexOf("error", "pxm_feedback_ux"));
-    EXPECT_TRUE(fake::HasLog("INVALID status [3]", DLOG_ERROR, "PXM_LOG"));
-    EXPECT_TRUE(fake::HasLog("INVALID status [-1]", DLOG_ERROR, "PXM_LOG"));
-    EXPECT_TRUE(core->mDeviceList.empty());
-    // The prompt counts as gone; its wait goes on.
-    EXPECT_EQ(0, core->m_nUxPid);
-    EXPECT_EQ(timer, server->m_nUxTimerId);
-    EXPECT_EQ(2, server->m_UxPendingDevice.devstatus);
+}
+
+using UxTimer = handler_bus::HandlerTest;
+
+TEST_F(UxTimer, AddReplacesTheRunningTimerAndCancelRemovesItOnce) {
+    const gint64 before = g_get_monotonic_time();
+    server->m_AddUxTimer();
+    const gint64 after = g_get_monotonic_time();
+    guint first = server->m_nUxTimerId;
+    GSource* source = g_main_context_find_source_by_id(nullptr, first);
+    ASSERT_NE(nullptr, source);
+    // Due 35 s after it was added.
+    EXPECT_GE(g_source_get_ready_time(source), before + 35 * G_USEC_PER_SEC);
+    EXPECT_LE(g_source_get_ready_time(source), after + 35 * G_USEC_PER_SEC);
+
+    server->m_AddUxTimer();
+    guint second = server->m_nUxTimerId;
+    EXPECT_NE(first, second);
+    EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, first));
+    EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, second));
+    server->m_CancelUxTimer();
+    server->m_CancelUxTimer();
+    EXPECT_EQ(0u, server->m_nUxTimerId);
+    EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, second));
+    EXPECT_EQ(2u, fake::CountLogs("] TimerCallback Removed"));
+}
+
+// An undecided device is reported with its addresses as they are (a 17-character address
+// counts, usable or not) and not stored; a decided one closes the prompt unreported; one
+// without a usable address is kept. The timer is gone in every case.
+TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
+    Start();
+    const pxm_core_device_s zero = {};
+    const struct {
+        pxm_core_device_s pending;
+        bool result;
+        const char* signal;  // "": none
+        bool cleared;
+    } rows[] = {
+        {unit::Device("Waiting", "", "00:00:00:00:00:00", "", 2), true,
+         "('', '00:00:00:00:00:00', '', 2)", true},
+        {unit::Device("Denied", "AA:BB:CC:DD:EE:01", "", "", 1), true, "", true},
+        {unit::Device("Nameless", "", "AA:BB:CC:DD:EE", "", 2), false, "", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.pending.devname);
+        fake::Reset();
+        client.events.clear();
+        fake::AddRunningApp(4321, PXM_UX_APP_ID);
+        core->m_nUxPid = 4321;
+        server->m_UxPendingDevice = row.pending;
+        server->m_AddUxTimer();
+        guint timer = server->m_nUxTimerId;
+
+        EXPECT_EQ(row.result, PXMDBusServer::m_ExpiredUxTimer(server));
+
+        EXPECT_EQ(*row.signal ? std::vector<std::string>{row.signal} : std::vector<std::string>{},
+                  SignalBodies());
+        EXPECT_EQ(0u, server->m_nUxTimerId);
+        EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
+        EXPECT_EQ(row.cleared, memcmp(&zero, &server->m_UxPendingDevice, sizeof(zero)) == 0);
+        if (row.result) {
+            // The prompt on screen is closed.
+            EXPECT_EQ(0, core->m_nUxPid);
+            EXPECT_EQ(std::vector<std::string>{"4321"}, unit::FirstArgs("aul_terminate_pid"));
+        }
+        core->DB_WaitForSaves();
+        EXPECT_TRUE(core->mDeviceList.empty());
+        EXPECT_EQ(0u, fake::CallCount("ss_write"));
+    }
 }
 
 }  // namespace

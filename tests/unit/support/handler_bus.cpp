@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fake_platform.h"
+#include "main_loop_wait.h"
 
 namespace handler_bus {
 
@@ -20,8 +21,27 @@ void OnConnectionReady(GObject*, GAsyncResult* result, gpointer out) {
     *static_cast<GDBusConnection**>(out) = g_dbus_connection_new_finish(result, nullptr);
 }
 
-}  // namespace
+void OnReply(GObject* source, GAsyncResult* result, gpointer data) {
+    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
+    GError* error = nullptr;
+    GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+    Event event{reply != nullptr ? "reply" : "error", pending->method, ""};
+    if (reply != nullptr) {
+        gchar* text = g_variant_print(reply, FALSE);
+        event.body = text;
+        g_free(text);
+        g_variant_unref(reply);
+    } else {
+        gchar* remote = g_dbus_error_get_remote_error(error);
+        event.body = remote != nullptr ? remote : error->message;
+        g_free(remote);
+        g_error_free(error);
+    }
+    pending->events->push_back(event);
+}
 
+// Two ends of a fresh private connection; returns the server end. Both stay open for good:
+// the server keeps its connection for the rest of the process.
 GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
     int fds[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
@@ -42,23 +62,35 @@ GDBusConnection* ConnectedPair(GDBusConnection** client_end) {
         g_object_unref(socket);
     }
     g_free(guid);
-    EXPECT_TRUE(unit::RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }));
+    EXPECT_TRUE(
+        test_common::RunUntil([&ends] { return ends[0] != nullptr && ends[1] != nullptr; }, 5000));
     if (client_end != nullptr) {
         *client_end = ends[1];
     }
     return ends[0];
 }
 
+}  // namespace
+
 Client::Client() : server_(PXMDBusServer::GetInstance()) {
-    EXPECT_TRUE(unit::RunUntil(
-        [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }));
-    server_end_ = ConnectedPair(&client_end_);
-    if (Ready()) {
-        PXMDBusServer::m_OnBusAcquired(server_end_, PXM_DBUS_NAME, server_);
-        subscription_ = g_dbus_connection_signal_subscribe(
-            client_end_, nullptr, PXM_DBUS_UX_INTERFACE, nullptr, PXM_DBUS_PATH, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE, OnSignal, &events_, nullptr);
+    EXPECT_TRUE(test_common::RunUntil(
+        [] { return fake::HasLog("[DBusServer] lost name ownership! leave sinking ship"); }, 5000));
+    GDBusConnection* server_end = ConnectedPair(&client_end_);
+    if (server_end == nullptr || client_end_ == nullptr) {
+        ADD_FAILURE() << "no private connection";
+        return;
     }
+    PXMDBusServer::m_OnBusAcquired(server_end, PXM_DBUS_NAME, server_);
+    subscription_ = g_dbus_connection_signal_subscribe(
+        client_end_, nullptr, PXM_DBUS_UX_INTERFACE, nullptr, PXM_DBUS_PATH, nullptr,
+        G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* signal,
+           GVariant* parameters, gpointer data) {
+            gchar* text = g_variant_print(parameters, FALSE);
+            static_cast<std::vector<Event>*>(data)->push_back(Event{"signal", signal, text});
+            g_free(text);
+        },
+        &events, nullptr);
 }
 
 Client::~Client() {
@@ -70,49 +102,36 @@ Client::~Client() {
 void Client::Send(const char* interface, const char* method, GVariant* parameters) {
     g_dbus_connection_call(client_end_, nullptr, PXM_DBUS_PATH, interface, method, parameters,
                            nullptr, G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, OnReply,
-                           new PendingCall{&events_, method});
+                           new PendingCall{&events, method});
 }
 
 std::string Client::Call(const char* interface, const char* method, GVariant* parameters) {
-    size_t before = events_.size();
+    size_t before = events.size();
     Send(interface, method, parameters);
     std::string found;
-    bool answered = unit::RunUntil([&] {
-        for (size_t i = before; i < events_.size(); ++i) {
-            if (events_[i].kind != "signal" && events_[i].name == method) {
-                found = events_[i].kind == "reply" ? events_[i].body : "error:" + events_[i].body;
-                return true;
+    bool answered = test_common::RunUntil(
+        [&] {
+            for (size_t i = before; i < events.size(); ++i) {
+                if (events[i].kind != "signal" && events[i].name == method) {
+                    found = events[i].kind == "reply" ? events[i].body : "error:" + events[i].body;
+                    return true;
+                }
             }
-        }
-        return false;
-    });
+            return false;
+        },
+        5000);
     EXPECT_TRUE(answered) << method << " was not answered";
     return found;
 }
 
 void Client::Flush() {
-    GDBusMessage* ping =
-        g_dbus_message_new_method_call(nullptr, "/", "org.freedesktop.DBus.Peer", "Ping");
-    bool done = false;
-    g_dbus_connection_send_message_with_reply(
-        client_end_, ping, G_DBUS_SEND_MESSAGE_FLAGS_NONE, 5000, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer flag) {
-            GDBusMessage* reply = g_dbus_connection_send_message_with_reply_finish(
-                G_DBUS_CONNECTION(source), result, nullptr);
-            if (reply != nullptr) {
-                g_object_unref(reply);
-            }
-            *static_cast<bool*>(flag) = true;
-        },
-        &done);
-    g_object_unref(ping);
-    EXPECT_TRUE(unit::RunUntil([&done] { return done; }));
+    EXPECT_EQ("()", Call("org.freedesktop.DBus.Peer", "Ping"));
 }
 
-std::vector<Event> Client::Signals(const std::string& name) const {
+std::vector<Event> Client::Signals() const {
     std::vector<Event> out;
-    for (const Event& e : events_) {
-        if (e.kind == "signal" && (name.empty() || e.name == name)) {
+    for (const Event& e : events) {
+        if (e.kind == "signal") {
             out.push_back(e);
         }
     }
@@ -120,40 +139,12 @@ std::vector<Event> Client::Signals(const std::string& name) const {
 }
 
 long Client::IndexOf(const std::string& kind, const std::string& name) const {
-    for (size_t i = 0; i < events_.size(); ++i) {
-        if (events_[i].kind == kind && events_[i].name == name) {
+    for (size_t i = 0; i < events.size(); ++i) {
+        if (events[i].kind == kind && events[i].name == name) {
             return static_cast<long>(i);
         }
     }
     return -1;
-}
-
-void Client::OnReply(GObject* source, GAsyncResult* result, gpointer data) {
-    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
-    GError* error = nullptr;
-    GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
-    Event event{reply != nullptr ? "reply" : "error", pending->method, ""};
-    if (reply != nullptr) {
-        gchar* text = g_variant_print(reply, FALSE);
-        event.body = text;
-        g_free(text);
-        g_variant_unref(reply);
-    } else {
-        gchar* remote = g_dbus_error_get_remote_error(error);
-        event.body = remote != nullptr                                          ? remote
-                     : g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ? "timeout"
-                                                                                : error->message;
-        g_free(remote);
-        g_error_free(error);
-    }
-    pending->events->push_back(event);
-}
-
-void Client::OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                      const gchar* signal, GVariant* parameters, gpointer data) {
-    gchar* text = g_variant_print(parameters, FALSE);
-    static_cast<std::vector<Event>*>(data)->push_back(Event{"signal", signal, text});
-    g_free(text);
 }
 
 GVariant* Request::Variant() const {
@@ -162,10 +153,10 @@ GVariant* Request::Variant() const {
                          no_ux, ux_always);
 }
 
-CPXMCore* StartRegistry(PXMDBusServer* server) {
+void HandlerTest::Start() {
     fake::SeedDefaultSettings();
     EXPECT_EQ(1, server->Initialize());
-    return server->m_pPXMCore;
+    core = server->m_pPXMCore;
 }
 
 void HandlerTest::TearDown() {
@@ -174,11 +165,13 @@ void HandlerTest::TearDown() {
     }
 }
 
-std::vector<std::string> HandlerTest::SignalBodies(const char* name) {
+std::vector<std::string> HandlerTest::SignalBodies() {
     client.Flush();
     std::vector<std::string> bodies;
-    for (const Event& e : client.Signals(name)) {
-        bodies.push_back(e.body);
+    for (const Event& e : client.Signals()) {
+        if (e.name == PXM_SIGNAL_STATUS_CHANGED) {
+            bodies.push_back(e.body);
+        }
     }
     return bodies;
 }

@@ -19,10 +19,6 @@ namespace handler_bus {
 const char* const kSet = PXM_DBUS_SET_INTERFACE;
 const char* const kGet = PXM_DBUS_GET_INTERFACE;
 
-// Two ends of a fresh private connection; returns the server end. Both stay open for good:
-// the server keeps its connection for the rest of the process.
-GDBusConnection* ConnectedPair(GDBusConnection** client_end = nullptr);
-
 // What the client end saw, in the order it saw it.
 struct Event {
     std::string kind;  // "reply", "error" or "signal"
@@ -37,9 +33,7 @@ public:
     Client();
     ~Client();
 
-    bool Ready() const { return server_end_ != nullptr && client_end_ != nullptr; }
     PXMDBusServer* server() const { return server_; }
-
     // Sends the call and returns at once; the answer arrives as an event.
     void Send(const char* interface, const char* method, GVariant* parameters);
     // Calls and waits for the answer; the reply body as text, or "error:NAME".
@@ -48,53 +42,33 @@ public:
     // connection is answered only after all that the server sent before it.
     void Flush();
 
-    void ClearEvents() { events_.clear(); }
-    std::vector<Event> Signals(const std::string& name = "") const;
+    std::vector<Event> events;
+    std::vector<Event> Signals() const;
     // Index of the first event of that kind and name, or -1.
     long IndexOf(const std::string& kind, const std::string& name) const;
 
 private:
-    static void OnReply(GObject* source, GAsyncResult* result, gpointer data);
-    static void OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                         const gchar* signal, GVariant* parameters, gpointer data);
-
     PXMDBusServer* server_ = nullptr;
-    GDBusConnection* server_end_ = nullptr;
     GDBusConnection* client_end_ = nullptr;
     guint subscription_ = 0;
-    std::vector<Event> events_;
 };
 
 // A record for the request and feedback methods, "(ssssssiiiiii)".
 struct Request {
-    std::string name = "Phone";
-    std::string bt;
-    std::string wifi;
-    std::string p2p;
-    std::string zel_id;
-    std::string mirroring_id;
-    int devtype = 1;
-    int devicon = 2;
-    int status = 0;
-    int tv_init = 0;
-    int no_ux = 0;
-    int ux_always = 0;
+    std::string name = "Phone", bt, wifi, p2p, zel_id, mirroring_id;
+    int devtype = 1, devicon = 2, status = 0, tv_init = 0, no_ux = 0, ux_always = 0;
 
     GVariant* Variant() const;
 };
 
-// The fake platform of a freshly installed TV, and the registry started on it with the
-// server: access notification 1 (a new device is asked about).
-CPXMCore* StartRegistry(PXMDBusServer* server);
-
-// A fresh fake platform and a client of the server singleton; Start() adds the registry.
+// A fresh fake platform and a client of the server singleton; Start() adds the registry on
+// the settings of a freshly installed TV: access notification 1 (a new device is asked about).
 class HandlerTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(client.Ready()); }
     void TearDown() override;
-    void Start() { core = StartRegistry(server); }
-    // The bodies of the signals of that name heard so far, after a flush.
-    std::vector<std::string> SignalBodies(const char* name = PXM_SIGNAL_STATUS_CHANGED);
+    void Start();
+    // The bodies of the status signals heard so far, after a flush.
+    std::vector<std::string> SignalBodies();
 
     bool fresh_platform_ = ResetPlatform();  // before the client: it waits for a log line
     Client client;

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "fake_platform.h"
-#include "main_loop_wait.h"
 
 namespace unit {
 
@@ -22,16 +21,21 @@ pxm_core_device_s Device(const char* name, const char* bt, const char* wifi, con
     return d;
 }
 
-std::vector<std::string> Names(const std::vector<pxm_core_device_s>& list) {
-    std::vector<std::string> names;
+std::string Names(const std::vector<pxm_core_device_s>& list) {
+    std::string names;
     for (const pxm_core_device_s& dev : list) {
-        names.push_back(dev.devname);
+        names += (names.empty() ? "" : " ") + std::string(dev.devname);
     }
     return names;
 }
 
-bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms) {
-    return test_common::RunUntil(done, timeout_ms);
+std::string Text(const pxm_core_device_s& d) {
+    char out[512];
+    snprintf(out, sizeof out, "%s|%s|%s|%s|%s|%s|%d|%d|%d|%d|%d|%d|%llu|%d|%d|%d", d.devname,
+             d.bt_mac, d.wifi_mac, d.p2p_mac, d.zel_id, d.mirroring_Id, d.devtype, d.devicon,
+             d.devstatus, d.tvInitMirroringSupport, d.isNoUX, d.isUXAlways,
+             static_cast<unsigned long long>(d.accessTime), d.updated, d.keyType, d.dy_type);
+    return out;
 }
 
 bool LockIsFree(PXMUtil::Mutex& lock) {
@@ -56,17 +60,6 @@ bool LockIsFree(PXMUtil::Mutex& lock) {
         from = static_cast<std::size_t>(at) + 1;
     }
     return ::testing::AssertionSuccess();
-}
-
-bool CoreLogged(const std::string& func, const std::string& text, int level) {
-    for (const fake::LogLine& line : fake::Logs()) {
-        if (line.level == level && line.tag == "PXM_CORE" &&
-            line.text.find("pxmCore: " + func + "(") == 0 &&
-            line.text.find("> " + text) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
 }
 
 std::vector<std::string> FirstArgs(const std::string& fn) {

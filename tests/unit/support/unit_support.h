@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,18 +16,16 @@ namespace unit {
 // A record with only these fields set; keyType 0.
 pxm_core_device_s Device(const char* name, const char* bt, const char* wifi = "",
                          const char* p2p = "", int status = 0);
-std::vector<std::string> Names(const std::vector<pxm_core_device_s>& list);
-
-// Dispatches the default main context until done() holds; false after timeout_ms.
-bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms = 5000);
+// The records' names, separated by blanks.
+std::string Names(const std::vector<pxm_core_device_s>& list);
+// Every field of the record, "|"-separated, so that two records compare readably.
+std::string Text(const pxm_core_device_s& d);
 
 // Another thread can take and release the lock: nobody left it held.
 bool LockIsFree(PXMUtil::Mutex& lock);
 
 // Each text in a captured log line after the line of the text before it.
 ::testing::AssertionResult LogsInOrder(const std::vector<std::string>& texts);
-// A "PXM_CORE" line at `level` logged from `func` whose message contains `text`.
-bool CoreLogged(const std::string& func, const std::string& text, int level);
 // The first argument of each journaled call of fn, in order.
 std::vector<std::string> FirstArgs(const std::string& fn);
 

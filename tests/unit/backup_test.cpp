@@ -1,0 +1,338 @@
+// Backups: the service client's connection and the requests it serves, each entry's key and
+// fields, the list as a whole (null when empty, "[]" after a remove-all), the two paths that
+// send it, and which bus events send it.
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CPXMCore.h"
+#include "PXMBackupRestore.h"
+#include "dlog.h"
+#include "fake_platform.h"
+#include "handler_bus.h"
+#include "unit_support.h"
+
+namespace {
+
+const char kClientId[] = "Zq8Tn3Wd5R";
+const uint64_t kTime = 1700000000123ULL;  // beyond 32 bits, so that a narrowed time shows
+using Names = std::vector<std::string>;
+
+Names ServiceCalls() {
+    Names names;
+    for (const auto& call : fake::Calls()) {
+        if (call.fn.rfind("bnr_", 0) == 0) {
+            names.push_back(call.fn);
+        }
+    }
+    return names;
+}
+
+const Names kConnectBackupDisconnect = {
+    "bnr_init",   "bnr_trigger_callback_register",   "bnr_callback_register",
+    "bnr_backup", "bnr_trigger_callback_deregister", "bnr_callback_deregister",
+    "bnr_deinit"};
+
+std::string Joined(const Names& words) {
+    std::string out;
+    for (const std::string& w : words) {
+        out += (out.empty() ? "" : " ") + w;
+    }
+    return out;
+}
+
+// The keys of a sent list, or the text itself when it is no list of entries.
+std::string Keys(const std::string& sent) {
+    if (sent.empty() || sent[0] != '[' || sent == "[]") {
+        return sent;
+    }
+    Names keys;
+    for (const Json::Value& entry : unit::ParseJson(sent)) {
+        keys.push_back(entry["key"].asString());
+    }
+    return Joined(keys);
+}
+
+// A connection registers each callback once however often it is made, a disconnect releases
+// them, and only this client's key or the restore trigger asks for a restore.
+TEST(BackupClient, ConnectionsRegisterOnceAndOnlyRequestsForThisClientAreServed) {
+    fake::Reset();
+    PXMBackupRestore client;
+    EXPECT_TRUE(ServiceCalls().empty()) << "the service is contacted on first use only";
+    fake::QueueResult("bnr_init", -107);
+    EXPECT_FALSE(client.BnrInit());
+    ASSERT_TRUE(client.BnrInit());
+    ASSERT_TRUE(client.BnrInit());
+    EXPECT_EQ((Names{"bnr_init", "bnr_init", "bnr_trigger_callback_register",
+                     "bnr_callback_register", "bnr_init"}),
+              ServiceCalls());
+    EXPECT_EQ((Names{kClientId, "Orvendale"}), fake::Calls("bnr_init").at(0).args);
+    EXPECT_NE(client.m_nBnrTriggerHandle, client.m_nBnrHandler);
+    fake::ClearJournal();
+    client.BnrDeinit();
+    EXPECT_EQ((Names{"bnr_trigger_callback_deregister", "bnr_callback_deregister", "bnr_deinit"}),
+              ServiceCalls());
+
+    fake::ClearJournal();
+    fake::ChangeStr("memory/bnr/restorecid", "SomeoneElse");
+    fake::ChangeInt("memory/bnr/restorecid", 7);  // not a string: reads as empty text
+    fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
+    EXPECT_TRUE(ServiceCalls().empty());
+    fake::ChangeStr("memory/bnr/restorecid", kClientId);
+    // The restore's answer comes later: the connection stays open for it.
+    EXPECT_EQ((Names{"bnr_init", "bnr_trigger_callback_register", "bnr_callback_register",
+                     "bnr_restore"}),
+              ServiceCalls());
+    EXPECT_EQ((Names{kClientId, "(null)"}), fake::Calls("bnr_restore").at(0).args);
+    for (int trigger : {1, 9, 2}) {
+        fake::DeliverBnrTrigger(trigger);
+    }
+    EXPECT_EQ(2u, fake::CallCount("bnr_restore"));
+    // Answers other than restore data are only logged; data that cannot be used, or that
+    // comes without a client, is reported as a failure.
+    for (int answer : {0, 101, 103, 500, 501, 502, 503, 504}) {
+        fake::DeliverBnrResponse(answer, nullptr);
+    }
+    EXPECT_EQ(0u, fake::CallCount("bnr_report_success") + fake::CallCount("bnr_report_failure"));
+    fake::DeliverBnrResponse(102, "this is not json");
+    PXMBackupRestore::m_BnrCallback(BNR_RESPONSE_ERROR, nullptr, nullptr);
+    EXPECT_EQ((Names{kClientId, kClientId}), unit::FirstArgs("bnr_report_failure"));
+    EXPECT_EQ(1u, fake::CallCount("bnr_init")) << "no answer reconnects";
+    client.m_UnRegisterBnrVconfs();
+    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/restorecid"));
+    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/backupcid"));
+    // Released even when the service refuses, so that the next connection registers afresh.
+    fake::SetResult("bnr_callback_deregister", -6);
+    client.BnrDeinit();
+    EXPECT_EQ(-1, client.m_nBnrTriggerHandle);
+    EXPECT_EQ(-1, client.m_nBnrHandler);
+}
+
+class BackupPayload : public ::testing::Test {
+protected:
+    void TearDown() override { client->m_UnRegisterBnrVconfs(); }
+
+    // A clean platform, two stored devices or none, a client that has the registry or not,
+    // and the next bnr_backup scripted to answer backup_result.
+    void Prepare(bool devices, bool registry = true, int backup_result = 0) {
+        core->DB_WaitForSaves();
+        fake::Reset();
+        core->mDeviceList.clear();
+        core->mReverseDeviceList.clear();
+        client = std::make_unique<PXMBackupRestore>();
+        client->Initialize(registry ? core : nullptr);
+        fake::ClearJournal();
+        fake::ClearLogs();
+        if (devices) {
+            Store("One", "AA:BB:CC:DD:EE:01", "", "", 0);
+            Store("Two", "", "AA:BB:CC:DD:EE:02", "", 1);
+        }
+        if (backup_result != 0) {
+            fake::QueueResult("bnr_backup", backup_result);
+        }
+    }
+    void Store(const char* name, const char* bt, const char* wifi, const char* p2p, int keyType) {
+        pxm_core_device_s d = unit::Device(name, bt, wifi, p2p, 1);
+        d.keyType = keyType;
+        d.devtype = 3;
+        d.devicon = 4;
+        d.tvInitMirroringSupport = d.isNoUX = d.isUXAlways = 1;
+        d.accessTime = kTime;
+        d.updated = 9;
+        snprintf(d.zel_id, sizeof(d.zel_id), "zel");
+        snprintf(d.mirroring_Id, sizeof(d.mirroring_Id), "mirror");
+        core->mDeviceList.push_back(d);
+    }
+    // The one payload sent, with this client's id, as its keys.
+    std::string SentKeys() {
+        std::vector<fake::Call> calls = fake::Calls("bnr_backup");
+        EXPECT_EQ(1u, calls.size());
+        if (calls.size() != 1) {
+            return "(not one)";
+        }
+        EXPECT_EQ(kClientId, calls[0].args.at(0));
+        EXPECT_EQ("(null)", calls[0].args.at(2));
+        return Keys(calls[0].args.at(1));
+    }
+
+    CPXMCore* core = CPXMCore::GetInstance();
+    std::unique_ptr<PXMBackupRestore> client;
+};
+
+TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndCarriesTheRecordWithoutIds) {
+    Prepare(false);
+    Store("Bt", "AA:BB:CC:DD:EE:01", "AA:BB:CC:DD:EE:02", "", 0);
+    Store("Wifi", "", "aa:bb:cc:dd:ee:ff", "", 1);
+    Store("P2p", "", "", "AA-BB-CC-DD-EE-03", 2);
+    Store("NoKey", "AA:BB:CC:DD:EE:04", "", "", -1);
+    Store("OddKey", "AA:BB:CC:DD:EE:05", "", "", 3);
+    Store("EmptyKey", "AA:BB:CC:DD:EE:06", "", "", 1);
+    // The reverse list is never backed up.
+    core->mReverseDeviceList.push_back(unit::Device("Reverse", "AA:BB:CC:DD:EE:07"));
+
+    std::string text;
+    ASSERT_TRUE(client->AssembleCompleteData(text));
+    EXPECT_EQ("AABBCCDDEE01 aabbccddeeff AA-BB-CC-DD-EE-03 Error Error ", Keys(text));
+    Json::Value list = unit::ParseJson(text);
+    // The values themselves are checked by the round trip through a restore.
+    for (const Json::Value& entry : list) {
+        SCOPED_TRACE(entry["item_data"]["devname"].asString());
+        EXPECT_EQ("item_data key timestamp", Joined(entry.getMemberNames()));
+        EXPECT_TRUE(entry["timestamp"].isInt64());
+        EXPECT_EQ(static_cast<Json::Int64>(kTime), entry["timestamp"].asInt64());
+        EXPECT_EQ(
+            "accessTime bt_mac devicon devname devstatus devtype isNoUX isUXAlways keyType "
+            "p2p_mac tvInitMirroringSupport wifi_mac",
+            Joined(entry["item_data"].getMemberNames()));
+    }
+
+    // The changed entry of one device is assembled in the same form and only logged.
+    std::string complete, changed;
+    client->AssembleBackupData(complete, changed, &core->mDeviceList[1]);
+    EXPECT_EQ(text, complete);
+    EXPECT_EQ(list[1], unit::ParseJson(changed));
+    EXPECT_EQ(0u, fake::CallCount("bnr_backup"));
+}
+
+// What Backup sends for each shape of the list, each record argument and each kind, and
+// that a refused or unconnected backup is still attempted, disconnected and only logged.
+// The full backup the service asks for through its settings key serves this client only.
+TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
+    const std::string kTwo = "AABBCCDDEE01 AABBCCDDEE02";
+    const struct {
+        const char* what;
+        bool devices, registry, record;
+        OP_TYPE op;
+        int init_result, backup_result;
+        std::string sent;
+        size_t data_lines;
+    } rows[] = {
+        {"change", true, true, true, OP_ADD_OR_CHANGE, 0, 0, kTwo, 1},
+        {"removal of one", true, true, true, OP_REMOVE, 0, 0, kTwo, 2},
+        {"removal of the last", false, true, true, OP_REMOVE, 0, 0, "null", 2},
+        {"remove-all", false, true, false, OP_REMOVE, 0, 0, "[]", 2},
+        {"remove-all, list not yet empty", true, true, false, OP_REMOVE, 0, 0, "[]", 2},
+        {"no record for a change", true, true, false, OP_ADD_OR_CHANGE, 0, 0, "", 1},
+        {"no registry", true, false, true, OP_ADD_OR_CHANGE, 0, 0, "", 1},
+        {"refused", true, true, true, OP_ADD_OR_CHANGE, 0, -1, kTwo, 1},
+        {"not connected", true, true, true, OP_ADD_OR_CHANGE, -107, 0, kTwo, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Prepare(row.devices, row.registry, row.backup_result);
+        if (row.init_result != 0) {
+            fake::QueueResult("bnr_init", row.init_result);
+        }
+        pxm_core_device_s dev = unit::Device("Gone", "AA:BB:CC:DD:EE:09");
+
+        EXPECT_EQ(row.backup_result == 0, client->Backup(row.record ? &dev : nullptr, row.op));
+
+        const Names unconnected = {"bnr_init", "bnr_backup", "bnr_deinit"};
+        EXPECT_EQ(row.init_result != 0 ? unconnected : kConnectBackupDisconnect, ServiceCalls());
+        EXPECT_EQ(row.sent, SentKeys());
+        EXPECT_EQ(row.data_lines, fake::CountLogs("> backup data["));
+        EXPECT_EQ(row.record && row.registry, fake::HasLog("Changed Data: "));
+        EXPECT_EQ(row.backup_result == 0, unit::LogsInOrder({"backup data[", "BnrDeinit(",
+                                                             "Backup requested successfully."}));
+    }
+
+    const struct {
+        bool devices, registry;
+        int backup_result;
+        std::string sent;
+    } requested[] = {{true, true, 0, kTwo},
+                     {false, true, 0, "null"},
+                     {true, false, 0, "[]"},
+                     {true, true, -5, kTwo}};
+    for (const auto& row : requested) {
+        SCOPED_TRACE(row.sent + " " + std::to_string(row.backup_result));
+        Prepare(row.devices, row.registry, row.backup_result);
+        fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
+        EXPECT_TRUE(ServiceCalls().empty());
+        fake::ChangeStr("memory/bnr/backupcid", kClientId);
+        EXPECT_EQ(kConnectBackupDisconnect, ServiceCalls());
+        EXPECT_EQ(row.sent, SentKeys());
+        std::string outcome =
+            row.backup_result != 0 ? "bnr_backup err[-5]" : "Backup requested successfully.";
+        EXPECT_TRUE(fake::HasLog(outcome, row.backup_result != 0 ? DLOG_ERROR : DLOG_INFO));
+        EXPECT_TRUE(unit::LogsInOrder({outcome, "pxmBackupRestore: BnrDeinit("}));
+    }
+}
+
+// ---- which bus events send the list ----------------------------------------------------
+
+using handler_bus::MacInd;
+using handler_bus::MacIndValue;
+
+GVariant* Ask(const char* name, const char* bt, int status, int no_ux = 1) {
+    handler_bus::Request r;
+    r.name = name;
+    r.bt = bt;
+    r.status = status;
+    r.no_ux = no_ux;
+    return r.Variant();
+}
+
+using BackupEvents = handler_bus::HandlerTest;
+
+TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) {
+    Start();
+    const char* const kA = "AA:BB:CC:DD:EE:01";
+    const char* const kB = "AA:BB:CC:DD:EE:02";
+    const std::string kBoth = "AABBCCDDEE01 AABBCCDDEE02";
+    // sent: the keys of the list that was sent, "-" for none; changed: a text of the logged
+    // changed entry ("" for none). The set-status copy has neither name nor status.
+    const struct {
+        const char* method;
+        GVariant* args;
+        std::string sent;
+        const char* changed;
+    } steps[] = {
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", "\"devname\" : \"Alpha\""},
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", "\"devname\" : \"Alpha\""},
+        {"pxm_request_access_reverse", Ask("Rev", kB, 0), "-", ""},
+        {"pxm_request_access", Ask("Beta", kB, 0, 0), "-", ""},  // the prompt is launched
+        {"pxm_feedback_ux", Ask("Beta", kB, 2, 0), "-", ""},
+        {"pxm_feedback_ux", Ask("Beta", kB, 0, 0), kBoth, "\"devname\" : \"Beta\""},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), kBoth, "\"devname\" : \"\""},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_set_tv_init_mirroring_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_remove_device", MacInd(kB, 1), "AABBCCDDEE01", "\"key\" : \"AABBCCDDEE02\""},
+        {"pxm_remove_device", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_device_reverse", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_all", nullptr, "[]", ""},
+        {"pxm_remove_all_reverse", nullptr, "-", ""},
+    };
+    int n = 0;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(std::to_string(n++) + " " + step.method);
+        fake::ClearJournal();
+        fake::ClearLogs();
+        const std::string method = step.method;
+        client.Call(method == "pxm_feedback_ux" ? PXM_DBUS_UX_INTERFACE : handler_bus::kSet,
+                    step.method, step.args);
+        client.Flush();
+        Names sent;
+        for (const fake::Call& call : fake::Calls("bnr_backup")) {
+            sent.push_back(Keys(call.args.at(1)));
+        }
+        EXPECT_EQ(step.sent == "-" ? Names{} : Names{step.sent}, sent);
+        bool removal = method.find("remove") != std::string::npos;
+        EXPECT_EQ(sent.size() * (removal ? 2 : 1), fake::CountLogs("> backup data["));
+        long changed = fake::FindLog("Changed Data: ");
+        EXPECT_EQ(*step.changed != '\0', changed >= 0);
+        if (changed >= 0) {
+            EXPECT_NE(std::string::npos, fake::Logs()[changed].text.find(step.changed));
+        }
+        // Backups come after the change has been announced.
+        long signal = fake::FindLog("[NOTI] DEVICE");
+        if (!sent.empty() && signal >= 0) {
+            EXPECT_LT(signal, fake::FindLog("[DBusServer] Backup called. "));
+        }
+    }
+}
+
+}  // namespace

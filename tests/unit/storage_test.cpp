@@ -1,0 +1,367 @@
+// The stored device lists: the JSON form the writer produces and the reader makes of good,
+// odd and broken documents; loading the current and the three old formats at start-up;
+// saving, with the clean-up of the records in memory, clearing, failures and lock order.
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "CPXMCore.h"
+#include "dlog.h"
+#include "fake_platform.h"
+#include "unit_support.h"
+
+namespace {
+
+pxm_core_device_s Device(const char* name, int status, int dyType) {
+    pxm_core_device_s dev =
+        unit::Device(name, "AA:BB:CC:DD:EE:01", "0", "aa:bb:cc:dd:ee:02", status);
+    snprintf(dev.zel_id, sizeof dev.zel_id, "zel");
+    snprintf(dev.mirroring_Id, sizeof dev.mirroring_Id, "mir");
+    dev.dy_type = dyType;
+    return dev;
+}
+
+// One record of the old line formats; keyType "" leaves the key line out (unversioned
+// records), zel "" the zel line (version 0).
+std::string Record(const std::string& name, const std::string& bt, const std::string& wifi = "0",
+                   const std::string& keyType = "0", const std::string& zel = "",
+                   const std::string& time = "1600000000000") {
+    std::string text = "<PXM>\n<devname>" + name + "\n<bt_mac>" + bt + "\n<wifi_mac>" + wifi +
+                       "\n<p2p_mac>0\n<devtype>1\n<icon>2\n<status>0\n<mirroring_support>1\n"
+                       "<no_ux>0\n<ux_always>1\n<time>" +
+                       time + "\n";
+    if (!keyType.empty()) {
+        text += "<key_type>" + keyType + "\n";
+    }
+    if (!zel.empty()) {
+        text += "<zel_id>" + zel + "\n";
+    }
+    return text + "</PXM>\n";
+}
+
+std::string Fields(const pxm_core_device_s& d) {
+    return std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" + d.mirroring_Id + "|" +
+           std::to_string(d.keyType) + "|" + std::to_string(d.accessTime);
+}
+
+// The stored devices' names, after checking the version line.
+std::string Stored() {
+    std::string item = fake::SecureItem("PXM_DEVICE_LIST").value_or("(none)");
+    EXPECT_EQ(0u, item.rfind("2\n", 0)) << "no version-2 text stored: " << item;
+    std::string out;
+    for (const Json::Value& element : unit::ParseJson(item.substr(2))) {
+        out += (out.empty() ? "" : " ") + element["item_data"]["devname"].asString();
+    }
+    return out;
+}
+
+class Storage : public ::testing::Test {
+protected:
+    void SetUp() override {
+        core->DB_WaitForSaves();
+        fake::Reset();
+        core->mDeviceList.clear();
+        core->mReverseDeviceList.clear();
+    }
+    void TearDown() override { core->DB_WaitForSaves(); }
+    // Loads `text` over lists that hold a stale record each; nullptr: nothing stored.
+    int Load(const char* text) {
+        core->DB_WaitForSaves();
+        core->mDeviceList = {unit::Device("Stale", "")};
+        core->mReverseDeviceList = {unit::Device("Stale", "")};
+        if (text != nullptr) {
+            fake::SetSecureItem("PXM_DEVICE_LIST", text);
+        } else {
+            fake::Reset();
+        }
+        return core->DB_OpenFile();
+    }
+    void Save() {
+        core->DB_Save();
+        core->DB_WaitForSaves();
+    }
+    // Changes a list the way the registry does while saves may be running.
+    void AddUnderLock(const char* name) {
+        core->mPXMLock.Lock();
+        core->mDeviceList.push_back(unit::Device(name, "AA:BB:CC:DD:EE:01"));
+        core->mPXMLock.Unlock();
+    }
+    CPXMCore* core = CPXMCore::GetInstance();
+};
+
+TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
+    pxm_core_device_s phone = Device("Phone", 0, 0);
+    phone.devtype = 3;
+    phone.devicon = 7;
+    phone.tvInitMirroringSupport = 1;
+    phone.isUXAlways = 1;
+    phone.accessTime = 1700000000123ULL;  // beyond 32 bits
+    phone.keyType = 2;
+    pxm_core_device_s tablet = Device("Tablet", 1, 0);
+    tablet.isNoUX = 1;
+    pxm_core_device_s marked = Device("Marked", 2, 4);
+    // A reverse record whose dy_type is 0 cannot be told apart once written.
+    core->mDeviceList = {phone, tablet};
+    core->mReverseDeviceList = {marked, Device("Unmarked", 0, 0)};
+
+    std::string out = "stale";
+    EXPECT_TRUE(core->Util_GetJsonStringForDeviceList(out));
+    Json::Value root = unit::ParseJson(out);
+    ASSERT_EQ(4u, root.size());
+    for (const Json::Value& element : root) {
+        EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
+        std::string names;
+        for (const std::string& name : element["item_data"].getMemberNames()) {
+            names += name + " ";
+        }
+        EXPECT_EQ(
+            "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
+            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ",
+            names);
+    }
+
+    core->mDeviceList.clear();
+    core->mReverseDeviceList.clear();
+    core->Util_GetDeviceListForJsonString(out);
+    EXPECT_EQ("Phone Tablet Unmarked", unit::Names(core->mDeviceList));
+    ASSERT_EQ("Marked", unit::Names(core->mReverseDeviceList));
+    EXPECT_EQ(unit::Text(phone), unit::Text(core->mDeviceList[0]));
+    EXPECT_EQ(unit::Text(tablet), unit::Text(core->mDeviceList[1]));
+    EXPECT_EQ(unit::Text(marked), unit::Text(core->mReverseDeviceList[0]));
+
+    core->mDeviceList.clear();
+    core->mReverseDeviceList.clear();
+    core->Util_GetJsonStringForDeviceList(out);
+    EXPECT_EQ("null", out);
+}
+
+// The reader appends to what the lists hold; it stops at the first element it cannot read,
+// keeping the records before it, and refuses documents that are not a non-empty array.
+TEST_F(Storage, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
+    const std::string good = "{\"item_data\":{\"devname\":\"Good\"}}";
+    // A good record in each list, then `element`, then another good one.
+    auto after = [&good](const std::string& element) {
+        return "[" + good + ",{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}," + element +
+               "," + good + "]";
+    };
+    const std::string fmt = " Format err ,not Array or Array is empty";
+    const std::string parse = "parse json error exception is [";
+    const std::string bad = "parse json err exception is [";
+    const struct {
+        std::string text, normal, reverse, error;
+    } rows[] = {
+        {after("{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}"),
+         "Kept Good NullDy Good", "GoodRev", ""},
+        {"null", "Kept", "", fmt},
+        {"[]", "Kept", "", fmt},
+        {good, "Kept", "", fmt},
+        {"not json", "Kept", "", parse},
+        {"", "Kept", "", parse},
+        {std::string(5000, '['), "Kept", "", parse},  // the parser throws: it must not escape
+        {after("{\"item_data\":{\"devtype\":\"1\"}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":{\"accessTime\":-1}}"), "Kept Good", "GoodRev", bad},
+        {after("{\"item_data\":{\"dy_type\":\"r\"}}"), "Kept Good", "GoodRev", bad},
+        {after("7"), "Kept Good", "GoodRev", bad},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text.substr(0, 60));
+        fake::ClearLogs();
+        core->mDeviceList = {Device("Kept", 0, 0)};
+        core->mReverseDeviceList.clear();
+        core->Util_GetDeviceListForJsonString(row.text);
+        EXPECT_EQ(row.normal, unit::Names(core->mDeviceList));
+        EXPECT_EQ(row.reverse, unit::Names(core->mReverseDeviceList));
+        if (!row.error.empty()) {
+            EXPECT_TRUE(fake::HasLog(row.error, DLOG_ERROR));
+        }
+    }
+
+    // Missing members are filled, long texts cut to their field.
+    core->mDeviceList.clear();
+    core->Util_GetDeviceListForJsonString(
+        "[{\"item_data\":{\"devname\":\"" + std::string(200, 'n') +
+        "\",\"bt_mac\":\"AA:BB:CC:DD:EE:FF:00\",\"zel_id\":\"" + std::string(40, 'z') +
+        "\",\"wifi_mac\":null,\"devstatus\":1,\"accessTime\":18446744073709551615}}]");
+    ASSERT_EQ(1u, core->mDeviceList.size());
+    const pxm_core_device_s& dev = core->mDeviceList[0];
+    EXPECT_EQ(std::string(127, 'n') + "|AA:BB:CC:DD:EE:FF|0|0|" + std::string(31, 'z') +
+                  "|0|0|0|1|0|0|0|18446744073709551615|0|0|0",
+              unit::Text(dev));
+}
+
+TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
+    std::string truncated = Record("Third", "AA:BB:CC:DD:EE:03");
+    truncated.resize(truncated.find("</PXM>"));  // every field matched, the closing tag not
+    std::string badIcon = Record("Icon", "AA:BB:CC:DD:EE:01");
+    badIcon.replace(badIcon.find("<icon>2"), 7, "<icon>x");
+    const std::string json =
+        "[{\"item_data\":{\"devname\":\"Phone\",\"accessTime\":1700000000123,\"dy_type\":0}},"
+        "{\"item_data\":{\"devname\":\"Laptop\",\"dy_type\":1}},"
+        "{\"item_data\":{\"devname\":\"Tablet\"}}]";
+    const struct {
+        std::string text;  // "-": nothing stored
+        int result;
+        std::string normal, reverse;  // "*": the lists as they were
+    } rows[] = {
+        {"2\n" + json, 0, "Phone Tablet", "Laptop"},
+        {"-", -1, "*", "*"},
+        {"", -1, "*", "*"},
+        {"2\n[]", 0, "", ""},
+        {"2\n[{\"item_data\":", 0, "", ""},
+        {"2", 0, "", ""},
+        {"3\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "0", ""), 0, "", ""},
+        {"0", 0, "", ""},
+        {"1\n", 0, "", ""},
+        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("B", "0", "0", "0", "", "1") + truncated,
+         2, "A B", ""},
+        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("", "AA:BB:CC:DD:EE:02") +
+             Record("C", "AA:BB:CC:DD:EE:03"),
+         1, "A", ""},
+        // An address of 18 characters fits the template and is cut to the field; longer
+        // addresses and names do not fit their conversion.
+        {"0\n" + Record("Eighteen", "AA:BB:CC:DD:EE:FFX"), 1, "Eighteen", ""},
+        {"0\n" + Record("Nineteen", "AA:BB:CC:DD:EE:FFXY"), 0, "", ""},
+        {"0\n" + Record(std::string(127, 'n'), "1") + Record(std::string(128, 'n'), "2"), 1,
+         std::string(127, 'n'), ""},
+        {"0\n" + badIcon, 0, "", ""},
+        {"1\n" + Record("P", "1", "0", "0", "abc") +
+             Record("L", "2", "0", "0", std::string(40, 'q')) + Record("A", "3", "0", "0", "x"),
+         3, "P L A", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text.substr(0, 40));
+        EXPECT_EQ(row.result, Load(row.text == "-" ? nullptr : row.text.c_str()));
+        EXPECT_EQ(row.normal == "*" ? "Stale" : row.normal, unit::Names(core->mDeviceList));
+        EXPECT_EQ(row.reverse == "*" ? "Stale" : row.reverse,
+                  unit::Names(core->mReverseDeviceList));
+    }
+    // A failed read is an early return too, and gives the file lock back: a save still runs.
+    fake::SetResult("ss_read", -4);
+    EXPECT_EQ(-1, Load(("2\n" + json).c_str()));
+    fake::ClearResult("ss_read");
+    Save();
+    EXPECT_EQ(1u, fake::CallCount("ss_write"));
+}
+
+TEST_F(Storage, OldFormatsConvertTheirFields) {
+    // Version 0: the key type as stored, no zel id (read as the placeholder), no mirroring id.
+    ASSERT_EQ(2, Load(("0\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "aa:bb:cc:dd:ee:0f", "1") +
+                       Record("Max", "0", "0", "0", "", "18446744073709551615"))
+                          .c_str()));
+    EXPECT_EQ("AA:BB:CC:DD:EE:01|aa:bb:cc:dd:ee:0f|0||1|1600000000000",
+              Fields(core->mDeviceList[0]));
+    EXPECT_EQ(0, core->mDeviceList[0].dy_type + core->mDeviceList[0].updated);
+    EXPECT_EQ(18446744073709551615ULL, core->mDeviceList[1].accessTime);
+
+    // Version 1: the whole zel word is read; only what fits the field is kept.
+    ASSERT_EQ(2, Load(("1\n" + Record("Long", "AA:BB:CC:DD:EE:03", "0", "0", std::string(40, 'q')) +
+                       Record("After", "AA:BB:CC:DD:EE:04", "0", "0", "x"))
+                          .c_str()));
+    EXPECT_EQ(std::string(31, 'q'), core->mDeviceList[0].zel_id);
+    EXPECT_STREQ("x", core->mDeviceList[1].zel_id);
+
+    // Unversioned: the key type from the addresses, and a time that no 32-bit value could be
+    // is capped.
+    ASSERT_EQ(3, Load((Record("Wifi", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
+                       Record("Bt", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
+                       Record("Late", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999"))
+                          .c_str()));
+    EXPECT_EQ("0|AA:BB:CC:DD:EE:02|0||1|4294967295", Fields(core->mDeviceList[0]));
+    EXPECT_EQ("AA:BB:CC:DD:EE:01|0|0||0|4294967295", Fields(core->mDeviceList[1]));
+    EXPECT_EQ(4294967295ULL, core->mDeviceList[2].accessTime);
+}
+
+TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
+    pxm_core_device_s room = unit::Device("Living\nRoom", "AA:BB:CC:DD:EE:01");
+    std::strcpy(room.p2p_mac, "12:34\r\nXY");
+    pxm_core_device_s tab = unit::Device("Tab\r\nlet", "");
+    std::strcpy(tab.zel_id, "zel\nrest");
+    std::strcpy(tab.mirroring_Id, "mir-7");
+    tab.dy_type = 1;
+    // Empty fields with a stale byte after the NUL: an address placeholder writes only its
+    // "0", an identifier placeholder its terminating NUL too.
+    room.zel_id[1] = 'Y';
+    tab.wifi_mac[1] = 'X';
+    core->mDeviceList = {room};
+    core->mReverseDeviceList = {tab};
+
+    Save();
+
+    // The records in memory now hold what was written.
+    const pxm_core_device_s& a = core->mDeviceList[0];
+    const pxm_core_device_s& b = core->mReverseDeviceList[0];
+    EXPECT_EQ("Living|0|12:34|0|0", std::string(a.devname) + "|" + a.wifi_mac + "|" + a.p2p_mac +
+                                        "|" + a.zel_id + "|" + a.mirroring_Id);
+    EXPECT_EQ("Tab|0|0X|zel|mir-7", std::string(b.devname) + "|" + b.bt_mac + "|" + b.wifi_mac +
+                                        "|" + b.zel_id + "|" + b.mirroring_Id);
+    EXPECT_EQ("Living Tab", Stored());
+    Json::Value items = unit::ParseJson(fake::SecureItem("PXM_DEVICE_LIST").value_or("").substr(2));
+    EXPECT_EQ("0", items[0]["item_data"]["mirroring_Id"].asString());
+    EXPECT_EQ("zel", items[1]["item_data"]["zel_id"].asString());
+    EXPECT_EQ("0X", items[1]["item_data"]["wifi_mac"].asString());
+    EXPECT_EQ(1, items[1]["item_data"]["dy_type"].asInt());
+    EXPECT_EQ(1u, fake::CallCount("ss_write"));
+}
+
+// Empty lists clear the storage instead; a failed write or clear is logged, not retried,
+// and the next save writes what it lost.
+TEST_F(Storage, EmptyListsClearStorageAndFailuresAreMadeGoodByTheNextSave) {
+    const std::string previous = "2\n[{\"item_data\":{\"devname\":\"Old\"}}]";
+    fake::SetSecureItem("PXM_DEVICE_LIST", previous);
+    Save();
+    EXPECT_FALSE(fake::SecureItem("PXM_DEVICE_LIST").has_value());
+    EXPECT_EQ(0u, fake::CallCount("ss_write"));
+    ASSERT_EQ(1u, fake::CallCount("ss_clear_storage"));
+    EXPECT_EQ("(null)", fake::Calls("ss_clear_storage")[0].args[0]);
+    EXPECT_EQ("0", fake::Calls("ss_clear_storage")[0].args[2]);
+    fake::SetResult("ss_clear_storage", -3);
+    Save();
+    EXPECT_TRUE(fake::HasLog("DB clear failed [-3]", DLOG_ERROR, "PXM_CORE"));
+
+    fake::SetSecureItem("PXM_DEVICE_LIST", previous);
+    fake::SetResult("ss_write", -3);
+    core->mDeviceList = {unit::Device("Phone", "AA:BB:CC:DD:EE:01")};
+    Save();
+    EXPECT_TRUE(fake::HasLog("Write file failed [-3]", DLOG_ERROR, "PXM_CORE"));
+    EXPECT_EQ(1u, fake::CallCount("ss_write"));
+    EXPECT_EQ(previous, fake::SecureItem("PXM_DEVICE_LIST"));
+    EXPECT_STREQ("AA:BB:CC:DD:EE:01", core->mDeviceList.at(0).bt_mac);
+    fake::ClearResult("ss_write");
+    Save();
+    EXPECT_EQ("Phone", Stored());
+
+    // Quick successive saves all finish, and the last one holds the latest state.
+    fake::ClearJournal();
+    core->DB_Save();
+    AddUnderLock("Second");
+    for (int i = 0; i < 5; ++i) {
+        core->DB_Save();
+    }
+    core->DB_WaitForSaves();
+    EXPECT_EQ(6u, fake::CallCount("ss_write"));
+    EXPECT_EQ("Phone Second", Stored());
+}
+
+TEST_F(Storage, SaveWaitsForTheFileLockWithoutHoldingTheListLock) {
+    AddUnderLock("Before");
+    // Holding the file lock as the loader would: the save must wait for it before it takes
+    // the list lock, so the list stays free for others meanwhile.
+    core->mFileLock.Lock();
+    core->DB_Save();
+    ASSERT_TRUE(fake::WaitForCalls("ss_init_credential", 1));
+    auto changer = std::async(std::launch::async, [this] { AddUnderLock("During"); });
+    bool listLockFree = changer.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    EXPECT_EQ(0u, fake::CallCount("ss_write"));
+    core->mFileLock.Unlock();
+    changer.wait();
+    core->DB_WaitForSaves();
+    EXPECT_TRUE(listLockFree) << "the save held the list lock while waiting for the file lock";
+    EXPECT_EQ("Before During", Stored());
+}
+
+}  // namespace
