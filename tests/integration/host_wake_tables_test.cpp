@@ -126,28 +126,6 @@ TEST_F(WakeTablesTest, ConcurrentWritersOnOneConnectionAndInAnotherProcessAllLan
     EXPECT_EQ(175u, Tables().size());
 }
 
-TEST_F(WakeTablesTest, TheWriteAheadLogIsCheckpointedAndStaysBounded) {
-    // 7500 changes: each commit adds a few pages to the log, so without checkpoints it would
-    // hold far more than the 10000 pages after which a writer must catch up itself.
-    for (int i = 0; i < 4500; ++i) {
-        char text[18];
-        snprintf(text, sizeof(text), "00:00:00:00:%02X:%02X", (i >> 8) & 0xFF, i & 0xFF);
-        ASSERT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device(text, i % 7));
-        if (i % 3 != 0) {
-            ASSERT_EQ(WOWL_ERROR_NONE, wowl_del_waker_device(text, 0));
-        }
-    }
-    Rows rows = Tables();
-    ASSERT_EQ(1500u, rows.size());
-    EXPECT_EQ("00:00:00:00:11:91 3", rows.back());
-    struct stat log_file, database;
-    ASSERT_EQ(0, stat((root_ + "/wake_tables.db-wal").c_str(), &log_file));
-    EXPECT_LT(log_file.st_size, 11000 * (4096 + 24));
-    // Only a checkpoint puts pages into the database file itself.
-    ASSERT_EQ(0, stat((root_ + "/wake_tables.db").c_str(), &database));
-    EXPECT_GT(database.st_size, 8 * 4096);
-}
-
 // The tables drift from the stored list when a write failed (a full disk): the tool's --check
 // shows the difference, --repair rewrites them from the allowed devices, and it shows them.
 TEST_F(WakeTablesTest, ToolShowsTheTablesAndChecksAndRepairsThemFromTheStoredList) {
