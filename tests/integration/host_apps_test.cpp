@@ -103,7 +103,6 @@ protected:
     std::string Line(int pid, const char* appid) const {
         return std::to_string(pid) + " " + appid + " " + appid + " " + sleeper_;
     }
-
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string sleeper_ = root_ + "/sleeper.sh";
@@ -132,7 +131,6 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     int pid = Launch(kUxAppId, b);
     bundle_free(b);
     ASSERT_GT(pid, 0);
-
     // Ended but not yet reaped (the loop has not run): no longer running.
     siginfo_t info{};
     ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
@@ -149,12 +147,10 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
     EXPECT_FALSE(HasRecord(pid));
-
     // Without a bundle the app gets no arguments at all.
     ASSERT_GT(Launch(kUxAppId), 0);
     ASSERT_TRUE(WaitForDeaths(2));
     EXPECT_EQ(ReadFile(out), "env=" + out + "\n");
-
     // Failures have their own codes and leave no record.
     host_test::WriteFile(root_ + "/plain.sh", "exit 0\n");
     for (const auto& [appid, executable] : std::vector<std::pair<std::string, std::string>>{
@@ -189,14 +185,12 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     Launched(other);
     ASSERT_GT(app, 0);
     ASSERT_GT(other, 0);
-
     // Listening is enough to hear of their end: nothing else has looked at them yet.
     ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
     ASSERT_EQ(kill(other, SIGTERM), 0);
     ASSERT_TRUE(WaitForDeaths(1));
     EXPECT_EQ(deaths_, Texts{std::to_string(other) + " org.example.other"});
     EXPECT_FALSE(HasRecord(other));
-
     // This process (the restarted daemon) sees it, as does quillon-platform.
     EXPECT_EQ(RunningApps(), Texts{Line(app, kUxAppId)});
     EXPECT_EQ(aul_app_is_running(kUxAppId), 1);
@@ -228,7 +222,6 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(Tool({"apps"}), "registered\torg.example.other\t" + sleeper_ + "\nregistered\t" +
                                   kUxAppId + "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) +
                                   "\t" + kUxAppId + "\t" + sleeper_ + "\n");
-
     // Its end is reported although this process did not start it.
     EXPECT_EQ(aul_terminate_pid(app), AUL_R_OK);
     ASSERT_TRUE(WaitForDeaths(3));

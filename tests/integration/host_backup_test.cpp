@@ -35,7 +35,6 @@ struct Inbox {
     std::vector<int> triggers;
     bool on_caller_thread = false;
     std::thread::id caller = std::this_thread::get_id();
-
     static void OnResponse(bnr_response_e response, bnr_resp_data_s* data, void* user) {
         auto* self = static_cast<Inbox*>(user);
         std::lock_guard<std::mutex> hold(self->lock);
@@ -111,7 +110,6 @@ TEST_F(HostBackup, StrictJsonBackupsAreStoredAnsweredOffTheCallerAndTheLastTwent
     EXPECT_EQ(std::vector<std::string>(25, std::to_string(BNR_RESPONSE_BACKUP_COMPLETED) + " -"),
               inbox_.Wait(25));
     EXPECT_FALSE(inbox_.on_caller_thread);
-
     std::vector<host::backup::Version> versions;
     std::vector<host::backup::Report> reports;
     ASSERT_TRUE(host::backup::History(kClient, &versions, &reports));
@@ -133,7 +131,6 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
                                         std::to_string(BNR_RESPONSE_BACKUP_COMPLETED) + " -",
                                         restored + "[{\"key\": \"AABB\"}]}"}),
               inbox_.Wait(3));
-
     EXPECT_EQ(BNR_ERROR_NONE, bnr_report_failure(kClient));
     EXPECT_EQ(BNR_ERROR_NONE, bnr_report_success(kClient));
     // Newest first, each with its UTC time.
@@ -144,7 +141,6 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
                                                   "\\}\\],\"versions\":\\[\\{\"size\":17," + time +
                                                   ",\"version\":1\\}\\]\\}\n")))
         << json;
-
     // An operator moving a list stores any text; other clients' data stays apart.
     host_test::WriteFile(temp_.path() + "/list.json", "[1, 2]");
     Tool({"backup-put", "OtherTV", temp_.path() + "/list.json"});
@@ -164,7 +160,6 @@ TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     EXPECT_STREQ("OtherTV", restore);
     free(backup);
     free(restore);
-
     Connect();
     int trigger = -1;
     ASSERT_EQ(BNR_ERROR_NONE,
@@ -176,7 +171,6 @@ TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     }));
     EXPECT_EQ(std::vector<int>{BNR_TRIGGER_RESTORE}, inbox_.triggers);
     EXPECT_EQ(2, RunTool({"backup-trigger", "x"}).status);
-
     // A deregistration returns only once a callback in flight has finished.
     static std::atomic<int> stage{0};
     int slow = -1;

@@ -54,7 +54,6 @@ protected:
         }
         return out;
     }
-
     std::string path_;
     int saved_ = -1;
 };

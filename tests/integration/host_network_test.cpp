@@ -129,7 +129,6 @@ public:
         if (pid_ > 0 && kill(pid_, SIGTERM) == 0)
             waitpid(pid_, nullptr, 0);
     }
-
     GVariant* Mock(const std::string& path, const char* method, GVariant* args) {
         GError* error = nullptr;
         GVariant* reply = g_dbus_connection_call_sync(
@@ -170,7 +169,6 @@ public:
     void Disconnect() {
         Drop(Mock(kNmPath, "SetDeviceDisconnected", g_variant_new("(s)", wifi_.c_str())));
     }
-
     bool ready_ = false;
 
 private:
@@ -179,7 +177,6 @@ private:
     static constexpr const char* kWireless = "org.freedesktop.NetworkManager.Device.Wireless";
     static constexpr const char* kDevice = "org.freedesktop.NetworkManager.Device";
     static constexpr const char* kAccessPoint = "org.freedesktop.NetworkManager.AccessPoint";
-
     static std::string Text(GVariant* reply) {
         const gchar* text = "";
         if (reply != nullptr)
@@ -191,7 +188,6 @@ private:
     void Add(const std::string& path, const char* interface, const char* name, GVariant* value) {
         Drop(Mock(path, "AddProperty", g_variant_new("(ssv)", interface, name, value)));
     }
-
     GPid pid_ = 0;
     GDBusConnection* bus_ = nullptr;
     std::string wifi_;
@@ -238,7 +234,6 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_initialize());
     EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_set_connection_state_changed_cb(Record, &first));
     EXPECT_EQ("error " + std::to_string(CONNECTION_ERROR_OPERATION_FAILED), Connection());
-
     // A bus without NetworkManager yet: Wi-Fi initialises, connections fail.
     host_test::PrivateBus bus;
     ASSERT_FALSE(bus.address().empty());
@@ -269,7 +264,6 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     Seen expected = {"1 -", "2 -"};
     expected.resize(first.size(), "3 Home");
     EXPECT_EQ(expected, first);
-
     // Registered anew: the first callback hears nothing more, the second one counts
     // changes from its own start.
     ASSERT_EQ(WIFI_ERROR_NONE, wifi_unset_connection_state_changed_cb());
@@ -284,7 +278,6 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     EXPECT_EQ(second[0].substr(0, 2), "0 ");
     EXPECT_EQ(second[1].substr(0, 2), "3 ");
     EXPECT_EQ(first_seen, first);
-
     // After deinitialising, connections still read NetworkManager on their own.
     EXPECT_EQ(WIFI_ERROR_NONE, wifi_deinitialize());
     EXPECT_EQ(WIFI_ERROR_OPERATION_FAILED, wifi_deinitialize());

@@ -64,7 +64,6 @@ protected:
         EXPECT_EQ(bytes, ReadFile(items_ + "/" + entries[1])) << why;
         unlink((items_ + "/" + entries[1]).c_str());
     }
-
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string items_ = root_ + "/secure";
@@ -97,7 +96,6 @@ TEST_F(SecureStorageTest, ItemsRoundTripSealedUnderAPrivateKeyAndBadNamesAreRefu
     }
     // Nothing but items in the directory: temporary files are gone.
     EXPECT_EQ((Names{"PXM_DEVICE_LIST", "empty"}), Entries(items_));
-
     // quillon-platform reads and writes under the daemon's credential.
     ss_credential_s daemon =
         Cred(kPxmAppCredential, PXM_SS_CREDENTIAL_TYPE, PXM_SS_CREDENTIAL_FLAGS);

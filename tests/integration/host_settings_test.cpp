@@ -82,7 +82,6 @@ protected:
         ASSERT_EQ(vconf_notify_key_changed(key.c_str(), cb, seen), VCONF_OK) << key;
         registered_.emplace_back(key, cb);
     }
-
     host_test::TempRoot root_;
     std::string settings_ = root_.path() + "/settings";
     std::vector<std::pair<std::string, vconf_callback_fn>> registered_;
@@ -104,7 +103,6 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
     EXPECT_EQ(reqopt_too, reqopt);
     EXPECT_EQ(wizard, Texts{"memory/wizard/wizard_mode 40 -1 -1 NETWORK_SETUP"});
     EXPECT_EQ(flag, Texts{"memory/test/flag 43 -1 1 -"});
-
     // Ignoring removes only that function's registration; once the later registration of a
     // key has run, the earlier would have too.
     EXPECT_EQ(vconf_ignore_key_changed("memory/quillon/reqopt", Record), VCONF_OK);

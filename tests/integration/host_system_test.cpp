@@ -70,7 +70,6 @@ TEST_F(HostPower, StateFlagsAndVoiceFollowTheirKeys) {
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_SCREEN_OFF);
     ASSERT_EQ(vconf_set_str("memory/quillon-host/power_state", "on"), VCONF_OK);
     EXPECT_EQ(device_power_get_state(), DEVICE_POWER_STATE_NORMAL);
-
     // A flag is a bool or an int; each flag has its own key; a text is a read error with the
     // value left alone.
     Tool({"set-bool", kTesselKey, "1"});
@@ -84,7 +83,6 @@ TEST_F(HostPower, StateFlagsAndVoiceFollowTheirKeys) {
     EXPECT_EQ(std::to_string(SYSTEM_INFO_ERROR_IO_ERROR) + "/0", ReadFlag(kTessel, false));
     const std::string invalid = std::to_string(SYSTEM_INFO_ERROR_INVALID_PARAMETER) + "/0";
     EXPECT_EQ(invalid, ReadFlag("bad//name", false));
-
     Tool({"set-bool", kVoiceKey, "1"});
     EXPECT_TRUE(AOVSystemDataIsAOVActivated());
     ASSERT_EQ(vconf_set_bool(kVoiceKey, 0), VCONF_OK);
@@ -109,7 +107,6 @@ TEST_F(HostPower, StandbyKeyWritesReachTheSubscribersOnTheMainLoop) {
     }
     EXPECT_EQ(first, (Events{2, 5, 5}));
     EXPECT_EQ(second, first);
-
     // Subscribers run in subscription order, so once the second has run the first would
     // have too had it still been subscribed.
     EXPECT_EQ(device_power_unsubscribe_standby(RecordStandby), DEVICE_ERROR_NONE);

@@ -44,7 +44,6 @@ protected:
     int Add(const char* address, const char* type = "Phone", int permission = 1) {
         return bt_add_headless_device_with_permission_in_DB(handle_, address, type, permission);
     }
-
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     bt_headless_db_h handle_ = nullptr;
@@ -64,7 +63,6 @@ TEST_F(WakeTablesTest, RowsAreAddedReplacedRegisteredAndDeletedWithoutRegardToCa
     EXPECT_EQ(WOWL_ERROR_NONE, wowl_del_waker_device("AB:CD:EF:00:11:22", 0));
     EXPECT_EQ(Tables(), (Rows{"AA:BB:CC:DD:EE:02 Phone 1 registered", "AA:BB:CC:DD:EE:01 Tablet 0",
                               "11:22:33:44:55:77 0", "11:22:33:44:55:66 3"}));
-
     // A new handle sees what a closed one wrote.
     EXPECT_EQ(BT_ERROR_NONE, bt_mobileheadless_close_db(&handle_));
     ASSERT_EQ(BT_ERROR_NONE, bt_headless_open_db(&handle_));
@@ -146,7 +144,6 @@ TEST_F(WakeTablesTest, ToolShowsTheTablesAndChecksAndRepairsThemFromTheStoredLis
     ASSERT_EQ(BT_ERROR_NONE, bt_adapter_register_headless_device("aa:bb:cc:dd:ee:01"));
     ASSERT_EQ(BT_ERROR_NONE, Add("AA:BB:CC:DD:EE:04"));
     ASSERT_EQ(WOWL_ERROR_NONE, wowl_add_waker_device("AA:BB:CC:DD:EE:02", 2));
-
     host_test::ToolResult check = RunTool({"wake-tables", "--check"});
     EXPECT_EQ(1, check.status);
     EXPECT_EQ(

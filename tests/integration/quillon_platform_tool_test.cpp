@@ -32,7 +32,6 @@ protected:
                 entry.is_directory() ? "<dir>" : host_test::ReadFile(entry.path().string());
         return tree;
     }
-
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string settings_ = root_ + "/settings/";
@@ -48,7 +47,6 @@ TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeR
                                             {"memory/quillon/reqopt", "0"},
                                             {"memory/wizard/wizard_mode", ""}})
         EXPECT_EQ(Ran({"get", key}), "0 " + value + "\n") << key;
-
     Tool({"set-int", "db/menu/network/devicemanager/accessnoti", "2"});
     Tool({"unset", "memory/quillon/reqopt"});
     // Keys the daemon cannot read as their type would stop it at every start.
@@ -60,7 +58,6 @@ TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeR
     EXPECT_EQ(plain.substr(0, 2), "1 ");
     EXPECT_EQ(host_test::ReadFile(settings_ + "db%2Fregistertv%2Ffactoryreset"), "int\n1x\n");
     EXPECT_EQ(Tool({"get", "memory/quillon/reqopt"}), "0\n");
-
     // --repair keeps them aside and seeds them; readable keys stay as they are.
     EXPECT_EQ(Ran({"init", "--repair"}).substr(0, 2), "0 ");
     EXPECT_EQ(Tool({"get", "db/registertv/factoryreset"}), "0\n");
@@ -75,7 +72,6 @@ TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeR
     }
     EXPECT_EQ(kept, 2);
     EXPECT_EQ(Ran({"init"}).substr(0, 2), "0 ");
-
     // The ends of the int range are accepted, not just the middle.
     Tool({"set-int", "memory/test/max", "2147483647"});
     Tool({"set-int", "memory/test/min", "-2147483648"});
