@@ -1,11 +1,13 @@
-// Scaffolding the host-platform tests share: a private platform root per test,
-// quillon-platform run as another process, bounded waits on the default main context and
-// small file helpers.
+// Scaffolding the host-platform tests share: a private platform root per test, a private
+// message bus, quillon-platform and forked children run to their end, bounded waits on the
+// default main context and small file helpers.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <vector>
+
+typedef struct _GTestDBus GTestDBus;
 
 namespace host_test {
 
@@ -24,17 +26,17 @@ private:
 
 // A private message bus that lets anyone own any name and call anything, standing in for
 // the system bus: DBUS_SYSTEM_BUS_ADDRESS names it from construction on, and it ends with
-// the object. address() is empty when it could not start (the test has failed then).
+// the object.
 class PrivateBus {
 public:
-    explicit PrivateBus(const std::string& dir);
+    PrivateBus();
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
     const std::string& address() const { return address_; }
 
 private:
-    int pid_ = 0;
+    GTestDBus* bus_;
     std::string address_;
 };
 
@@ -49,6 +51,9 @@ ToolResult RunTool(const std::vector<std::string>& args, const std::string& inpu
 // The same, failing the test unless it exits 0; its standard output.
 std::string Tool(const std::vector<std::string>& args);
 
+// body() in a forked child; its exit status, -1 when it did not exit normally.
+int InChild(const std::function<int()>& body);
+
 // Dispatches the default main context until done() holds; false after timeout_ms.
 bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000);
 
@@ -56,5 +61,7 @@ std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
 // The names in a directory, sorted; empty when it does not exist.
 std::vector<std::string> Entries(const std::string& dir);
+// The permission bits of a path, -1 when it is missing.
+int Mode(const std::string& path);
 
 }  // namespace host_test
