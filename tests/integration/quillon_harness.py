@@ -138,6 +138,11 @@ class PlatformRoot:
                       for entry in (self.path / folder).iterdir()
                       if entry.name.startswith(".tmp-") and not entry.name.startswith(live))
 
+    def prompts(self):
+        """The pids of the running prompts the host's app manager knows."""
+        return [int(line.split("\t")[1]) for line in self.platform("apps").stdout.splitlines()
+                if line.startswith("running\t") and UX_APP_ID in line]
+
     def cleanup(self):
         shutil.rmtree(self.path, ignore_errors=True)
 

@@ -156,11 +156,8 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.expect_log(*log)
         if expected == 2:
             self.expect_log("NOTI HERE", "quillon-ux: answered status 2")
-            self.assertTrue(qh.wait_until(self.no_prompt, 15.0), "the prompt is still running")
-
-    def no_prompt(self):
-        apps = self.root.platform("apps").stdout.splitlines()
-        return not [a for a in apps if a.startswith("running\t") and qh.UX_APP_ID in a]
+            self.assertTrue(qh.wait_until(lambda: not self.root.prompts(), 15.0),
+                            "the prompt is still running")
 
     def network_tool(self):
         result = subprocess.run([qh.program("quillon-platform"), "network"],

@@ -40,10 +40,6 @@ def gone(pid):
 @unittest.skipUnless(os.geteuid() == 0, "needs root to launch the prompt as another user")
 class PromptAsUser(qh.QuillonTestCase):
 
-    def prompt_pids(self):
-        return [int(line.split("\t")[1]) for line in self.root.platform("apps").stdout.splitlines()
-                if line.startswith("running\t") and qh.UX_APP_ID in line]
-
     def serve_as(self, daemon_user):
         self.prefix = ()
         if daemon_user != "root":
@@ -56,14 +52,13 @@ class PromptAsUser(qh.QuillonTestCase):
             os.chmod(self.workdir / "bus", 0o711)
             self.root.init()
             subprocess.run(["chown", "-R", f"{uid}:{gid}", self.root.path], check=True)
-        daemon, client = self.serve(prefix=self.prefix)
-        return daemon, client
+        return self.serve(prefix=self.prefix)
 
     def ask(self, client, bt, exclude=()):
         """The pid of the prompt the request launched (not one of exclude, which may still
         be on its way out)."""
         self.assertEqual((2,), client.call("pxm_request_access", qh.record(name="Phone", bt=bt)))
-        pids = qh.wait_until(lambda: [p for p in self.prompt_pids() if p not in exclude], 15.0)
+        pids = qh.wait_until(lambda: [p for p in self.root.prompts() if p not in exclude], 15.0)
         self.assertTrue(pids)
         return pids[0]
 
@@ -125,7 +120,7 @@ class PromptAsUser(qh.QuillonTestCase):
         self.assertEqual((-1,), client.call("pxm_request_access",
                                             qh.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
         self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
-        self.assertEqual([], self.prompt_pids())
+        self.assertEqual([], self.root.prompts())
 
     def test_session_mode_follows_the_active_graphical_session(self):
         uid, _ = qh.system_account(PROMPT_USER)
