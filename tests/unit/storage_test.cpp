@@ -53,11 +53,11 @@ std::string Fields(const pxm_core_device_s& d) {
 std::string Stored() {
     std::string item = fake::SecureItem("PXM_DEVICE_LIST").value_or("(none)");
     EXPECT_EQ(0u, item.rfind("2\n", 0)) << "no version-2 text stored: " << item;
-    std::string out;
+    std::vector<std::string> names;
     for (const Json::Value& element : unit::ParseJson(item.substr(2))) {
-        out += (out.empty() ? "" : " ") + element["item_data"]["devname"].asString();
+        names.push_back(element["item_data"]["devname"].asString());
     }
-    return out;
+    return unit::Join(names);
 }
 
 class Storage : public ::testing::Test {
@@ -114,15 +114,11 @@ TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     Json::Value root = unit::ParseJson(out);
     ASSERT_EQ(4u, root.size());
     for (const Json::Value& element : root) {
-        EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
-        std::string names;
-        for (const std::string& name : element["item_data"].getMemberNames()) {
-            names += name + " ";
-        }
+        EXPECT_EQ("item_data", unit::Join(element.getMemberNames()));
         EXPECT_EQ(
             "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
-            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ",
-            names);
+            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id",
+            unit::Join(element["item_data"].getMemberNames()));
     }
 
     core->mDeviceList.clear();
@@ -301,10 +297,11 @@ TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
                                         "|" + b.zel_id + "|" + b.mirroring_Id);
     EXPECT_EQ("Living Tab", Stored());
     Json::Value items = unit::ParseJson(fake::SecureItem("PXM_DEVICE_LIST").value_or("").substr(2));
-    EXPECT_EQ("0", items[0]["item_data"]["mirroring_Id"].asString());
-    EXPECT_EQ("zel", items[1]["item_data"]["zel_id"].asString());
-    EXPECT_EQ("0X", items[1]["item_data"]["wifi_mac"].asString());
-    EXPECT_EQ(1, items[1]["item_data"]["dy_type"].asInt());
+    const Json::Value& tabItem = items[1]["item_data"];
+    EXPECT_EQ("0 zel 0X 1", items[0]["item_data"]["mirroring_Id"].asString() + " " +
+                                tabItem["zel_id"].asString() + " " +
+                                tabItem["wifi_mac"].asString() + " " +
+                                std::to_string(tabItem["dy_type"].asInt()));
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
 }
 
