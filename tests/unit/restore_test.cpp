@@ -160,41 +160,6 @@ TEST_F(Restore, FailuresAreReportedAndKeepTheDevicesBeforeTheBadEntry) {
     }
 }
 
-// What a backup sends comes back, wrapped as the service returns it, field for field,
-// except the two identifiers that a backup leaves out.
-TEST_F(Restore, ABackupRestoresEveryFieldItCarries) {
-    pxm_core_device_s dev =
-        unit::Device("Phone", "AA:BB:CC:DD:EE:41", "AA:BB:CC:DD:EE:42", "AA:BB:CC:DD:EE:43", 1);
-    dev.devtype = 5;
-    dev.devicon = 6;
-    dev.tvInitMirroringSupport = 1;
-    dev.isUXAlways = 1;
-    dev.accessTime = 1700000000999ULL;
-    dev.keyType = 2;
-    snprintf(dev.zel_id, sizeof(dev.zel_id), "zel");
-    snprintf(dev.mirroring_Id, sizeof(dev.mirroring_Id), "mirror");
-    core->mDeviceList.push_back(dev);
-    ASSERT_TRUE(client->Backup(&dev, OP_ADD_OR_CHANGE));
-    std::string sent = fake::Calls("bnr_backup").at(0).args.at(1);
-    core->mDeviceList.clear();
-    ASSERT_TRUE(client->BnrInit());
-    fake::ClearLogs();
-    fake::SetRealtime(1800000000, 0);
-
-    fake::DeliverBnrResponse(102, ("{\"list\": " + sent + "}").c_str());
-
-    EXPECT_EQ(1u, fake::CallCount("bnr_report_success"));
-    EXPECT_TRUE(fake::HasLog("[1700000000999] [2]"));  // the time is read, then the add's kept
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    core->DB_WaitForSaves();
-    // Stored without identifiers, which the save writes as the placeholder, and with the
-    // flags a restore sets.
-    EXPECT_EQ(
-        "Phone|AA:BB:CC:DD:EE:41|AA:BB:CC:DD:EE:42|AA:BB:CC:DD:EE:43|0|0|5|6|1|1|1|0|"
-        "1800000000000|0|2|0",
-        unit::Text(core->mDeviceList[0]));
-}
-
 // A restore arrives on the backup service's own thread while bus requests are handled on the
 // main loop: both change the normal list at once. Nothing may be lost or duplicated, the
 // list lock must end free, every backup sent meanwhile must be a whole list, and the last
