@@ -44,9 +44,15 @@ std::string Record(const std::string& name, const std::string& bt, const std::st
     return text + "</PXM>\n";
 }
 
-std::string Fields(const pxm_core_device_s& d) {
-    return std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" + d.mirroring_Id + "|" +
-           std::to_string(d.keyType) + "|" + std::to_string(d.accessTime);
+// Addresses, ids, key type and time of each record.
+std::string Fields(const std::vector<pxm_core_device_s>& list) {
+    std::vector<std::string> out;
+    for (const pxm_core_device_s& d : list) {
+        out.push_back(std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" +
+                      d.mirroring_Id + "|" + std::to_string(d.keyType) + "|" +
+                      std::to_string(d.accessTime));
+    }
+    return unit::Join(out);
 }
 
 // The stored devices' names, after checking the version line.
@@ -200,6 +206,7 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         std::string text;  // "-": nothing stored
         int result;
         std::string normal, reverse;  // "*": the lists as they were
+        std::string fields = "";      // of the normal list, when given
     } rows[] = {
         {"2\n" + json, 0, "Phone Tablet", "Laptop"},
         {"-", -1, "*", "*"},
@@ -210,8 +217,12 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         {"3\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "0", ""), 0, "", ""},
         {"0", 0, "", ""},
         {"1\n", 0, "", ""},
-        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("B", "0", "0", "0", "", "1") + truncated,
-         2, "A B", ""},
+        // Version 0: the key type as stored, no zel id (read as the placeholder), no mirroring
+        // id, and any time.
+        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01", "aa:bb:cc:dd:ee:0f", "1") +
+             Record("B", "0", "0", "0", "", "18446744073709551615") + truncated,
+         2, "A B", "",
+         "AA:BB:CC:DD:EE:01|aa:bb:cc:dd:ee:0f|0||1|1600000000000 0|0|0||0|18446744073709551615"},
         {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("", "AA:BB:CC:DD:EE:02") +
              Record("C", "AA:BB:CC:DD:EE:03"),
          1, "A", ""},
@@ -222,9 +233,20 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         {"0\n" + Record(std::string(127, 'n'), "1") + Record(std::string(128, 'n'), "2"), 1,
          std::string(127, 'n'), ""},
         {"0\n" + badIcon, 0, "", ""},
+        // Version 1: the whole zel word is read; only what fits the field is kept.
         {"1\n" + Record("P", "1", "0", "0", "abc") +
              Record("L", "2", "0", "0", std::string(40, 'q')) + Record("A", "3", "0", "0", "x"),
-         3, "P L A", ""},
+         3, "P L A", "",
+         "1|0|abc||0|1600000000000 2|0|" + std::string(31, 'q') +
+             "||0|1600000000000 3|0|x||0|1600000000000"},
+        // Unversioned: the key type from the addresses, and a time that no 32-bit value could
+        // be is capped.
+        {Record("W", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
+             Record("B", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
+             Record("L", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999"),
+         3, "W B L", "",
+         "0|AA:BB:CC:DD:EE:02|0||1|4294967295 AA:BB:CC:DD:EE:01|0|0||0|4294967295 "
+         "AA:BB:CC:DD:EE:03|0|0||0|4294967295"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text.substr(0, 40));
@@ -232,6 +254,9 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         EXPECT_EQ(row.normal == "*" ? "Stale" : row.normal, unit::Names(core->mDeviceList));
         EXPECT_EQ(row.reverse == "*" ? "Stale" : row.reverse,
                   unit::Names(core->mReverseDeviceList));
+        if (!row.fields.empty()) {
+            EXPECT_EQ(row.fields, Fields(core->mDeviceList));
+        }
     }
     // A failed read is an early return too, and gives the file lock back: a save still runs.
     fake::SetResult("ss_read", -4);
@@ -239,34 +264,6 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     fake::ClearResult("ss_read");
     Save();
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
-}
-
-TEST_F(Storage, OldFormatsConvertTheirFields) {
-    // Version 0: the key type as stored, no zel id (read as the placeholder), no mirroring id.
-    ASSERT_EQ(2, Load(("0\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "aa:bb:cc:dd:ee:0f", "1") +
-                       Record("Max", "0", "0", "0", "", "18446744073709551615"))
-                          .c_str()));
-    EXPECT_EQ("AA:BB:CC:DD:EE:01|aa:bb:cc:dd:ee:0f|0||1|1600000000000",
-              Fields(core->mDeviceList[0]));
-    EXPECT_EQ(0, core->mDeviceList[0].dy_type + core->mDeviceList[0].updated);
-    EXPECT_EQ(18446744073709551615ULL, core->mDeviceList[1].accessTime);
-
-    // Version 1: the whole zel word is read; only what fits the field is kept.
-    ASSERT_EQ(2, Load(("1\n" + Record("Long", "AA:BB:CC:DD:EE:03", "0", "0", std::string(40, 'q')) +
-                       Record("After", "AA:BB:CC:DD:EE:04", "0", "0", "x"))
-                          .c_str()));
-    EXPECT_EQ(std::string(31, 'q'), core->mDeviceList[0].zel_id);
-    EXPECT_STREQ("x", core->mDeviceList[1].zel_id);
-
-    // Unversioned: the key type from the addresses, and a time that no 32-bit value could be
-    // is capped.
-    ASSERT_EQ(3, Load((Record("Wifi", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
-                       Record("Bt", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
-                       Record("Late", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999"))
-                          .c_str()));
-    EXPECT_EQ("0|AA:BB:CC:DD:EE:02|0||1|4294967295", Fields(core->mDeviceList[0]));
-    EXPECT_EQ("AA:BB:CC:DD:EE:01|0|0||0|4294967295", Fields(core->mDeviceList[1]));
-    EXPECT_EQ(4294967295ULL, core->mDeviceList[2].accessTime);
 }
 
 TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
