@@ -136,16 +136,10 @@ TEST(AccessDecision, EverySituationGivesItsVerdictPromptAndStoredRecord) {
         EXPECT_EQ(row.launches, fake::CallCount("aul_launch_app"));
         EXPECT_EQ(row.launches > 0, fake::HasLog("NOTI HERE", always ? DLOG_ERROR : DLOG_INFO));
         EXPECT_EQ(row.reqoptAfter, core->m_nReqOpt);
-        if (s.Has("nolaunch")) {
-            EXPECT_EQ(0, core->m_nUxPid);
-        }
-        if (wpa) {
-            EXPECT_TRUE(core->m_bSecurity);
-        }
+        EXPECT_TRUE(!s.Has("nolaunch") || core->m_nUxPid == 0);
+        EXPECT_TRUE(!wpa || core->m_bSecurity);
         // A standing denial says that nothing changed, so that nobody is told.
-        if (stored == 1 && row.result == 1 && !row.added) {
-            EXPECT_TRUE(core->m_bNoDataChanged);
-        }
+        EXPECT_TRUE(stored != 1 || row.result != 1 || row.added || core->m_bNoDataChanged);
         const size_t storedBefore = stored >= 0 ? 1 : 0;
         if (row.added) {
             ASSERT_EQ(1u, asked.size());

@@ -109,57 +109,12 @@ TEST_F(RegistryAdd, RequestMatchingTwoRecordsMergesIntoTheFirstAndFoldsTheSecond
     EXPECT_EQ("11:00:00:00:00:02", fake::Calls("wowl_add_waker_device").back().args[0]);
 }
 
-TEST_F(RegistryAdd, SameDeviceTwiceKeepsOneRecordAndReportsNoChange) {
-    pxm_core_device_s first = Dev("Living room", "AA:00:00:00:00:01", "11:00:00:00:00:01");
-    snprintf(first.zel_id, sizeof first.zel_id, "Z1");
-    first.devtype = 7;
-    first.tvInitMirroringSupport = 1;
-    first.dy_type = 9;
-    ASSERT_TRUE(Add(first));
-    EXPECT_FALSE(core->m_bNoDataChanged);
-
-    pxm_core_device_s again = Dev("UNKNOWN", "AA:00:00:00:00:01", "11:00:00:00:00:01");
-    again.devicon = 2;
-    again.isNoUX = 1;
-    again.dy_type = 4;
-    ASSERT_TRUE(core->INTERNAL_AddDevice(&again, PXM_SAVE_NORMAL));
-    EXPECT_TRUE(core->m_bNoDataChanged);
-    EXPECT_TRUE(fake::HasLog("[1:Matched][1:Matched][0:Unmatched] = << NO CB >>"));
-
-    core->DB_WaitForSaves();
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    const pxm_core_device_s& rec = core->mDeviceList[0];
-    EXPECT_STREQ("Living room", rec.devname);
-    EXPECT_EQ("2 7 2 1 1 9", std::to_string(rec.updated) + " " + std::to_string(rec.devtype) + " " +
-                                 std::to_string(rec.devicon) + " " + std::to_string(rec.isNoUX) +
-                                 " " + std::to_string(rec.tvInitMirroringSupport) + " " +
-                                 std::to_string(rec.dy_type));
-    // The caller gets the merged record back, but keeps its own dy_type.
-    EXPECT_EQ(2, again.updated);
-    EXPECT_STREQ("Living room", again.devname);
-    EXPECT_EQ(rec.keyType, again.keyType);
-    EXPECT_EQ(4, again.dy_type);
-
-    // Each add hands the list to storage.
-    EXPECT_EQ(2u, fake::CountLogs("Thread Creation [0]"));
-    EXPECT_NE(std::string::npos,
-              fake::SecureItem(PXM_STORAGE_ITEM).value_or("").find("AA:00:00:00:00:01"));
-}
-
-// Allowed devices enter both tables and denied ones leave them; the reverse list touches
-// them only when it merges; undecided and unknown verdicts are refused without a trace.
-TEST_F(RegistryAdd, WakeUpTablesFollowTheVerdictAndOnlyMergesTouchThemForTheReverseList) {
+// The reverse list touches the wake-up tables only when it merges; undecided and unknown
+// verdicts are refused without a trace.
+TEST_F(RegistryAdd, OnlyMergesTouchTheTablesForTheReverseListAndOddVerdictsAreRefused) {
     ASSERT_TRUE(Add(Dev("Allowed", "AA:00:00:00:00:01", "11:00:00:00:00:01")));
-    EXPECT_TRUE(Contains(fake::HeadlessTable(), "AA:00:00:00:00:01"));
-    EXPECT_TRUE(Contains(fake::WakerTable(), "11:00:00:00:00:01"));
-
-    ASSERT_TRUE(Add(Dev("Denied", "AA:00:00:00:00:02", "11:00:00:00:00:02", "", 1)));
-    EXPECT_EQ(std::vector<std::string>{"11:00:00:00:00:02"},
-              unit::FirstArgs("wowl_del_waker_device"));
-    EXPECT_FALSE(Contains(fake::WakerTable(), "11:00:00:00:00:02"));
-
-    fake::ClearJournal();
     pxm_core_device_s rev = Dev("Reverse", "AA:00:00:00:00:03", "11:00:00:00:00:03");
+    fake::ClearJournal();
     ASSERT_TRUE(Add(rev, PXM_SAVE_REVERSE));
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
     ASSERT_TRUE(Add(rev, PXM_SAVE_REVERSE));
@@ -174,7 +129,7 @@ TEST_F(RegistryAdd, WakeUpTablesFollowTheVerdictAndOnlyMergesTouchThemForTheReve
     EXPECT_FALSE(core->m_bNoDataChanged);
     EXPECT_FALSE(Add(Dev("Odd", "AA:00:00:00:00:09", "", "", 5)));
     EXPECT_TRUE(fake::HasLog("Unexpected value - status[5]", DLOG_ERROR));
-    EXPECT_EQ("Allowed Denied", unit::Names(core->mDeviceList));
+    EXPECT_EQ("Allowed", unit::Names(core->mDeviceList));
     EXPECT_EQ(0, core->mDeviceList[0].devstatus);
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
     EXPECT_EQ(0u, fake::CountLogs("Thread Creation"));

@@ -46,73 +46,64 @@ GVariant* Param(const char* mac, int ind, const std::string& value, int type) {
 
 using StatusHandlers = handler_bus::HandlerTest;
 
-// Alpha and Beta share a Bluetooth address: only Alpha, first in the list, is ever touched.
+// A(lpha) and B(eta) share a Bluetooth address: only A, first in the list, is ever touched.
 // A changed setting is announced before the answer goes out; a lookup is never saved.
 TEST_F(StatusHandlers, EachCallAnswersChangesSavesAndAnnouncesAsItShould) {
     Start();
     core->DB_WaitForSaves();
-    pxm_core_device_s alpha = unit::Device("Alpha", kBt, kWifi);
+    pxm_core_device_s alpha = unit::Device("A", kBt, kWifi);
     snprintf(alpha.zel_id, sizeof(alpha.zel_id), "%s", "z1");
     alpha.keyType = 1;
-    core->mDeviceList = {alpha, unit::Device("Beta", kBt, "AA:BB:CC:DD:EE:22"),
-                         unit::Device("Gamma", "00:00:00:00:00:00", kGamma, "", 1),
-                         unit::Device("Delta", "", "", "AA:BB:CC:DD:EE:43", 1)};
+    core->mDeviceList = {alpha, unit::Device("B", kBt, "AA:BB:CC:DD:EE:22"),
+                         unit::Device("G", "00:00:00:00:00:00", kGamma, "", 1),
+                         unit::Device("D", "", "", "AA:BB:CC:DD:EE:43", 1)};
     core->mReverseDeviceList = {unit::Device("Back", "AA:BB:CC:DD:EE:71")};
     fake::SetRealtime(kNowMs / 1000, 0);
     const std::string kName(150, 'N'), kId(40, 'Z');
+    const char* const kGetS = "pxm_get_status";
+    const char* const kSetS = "pxm_set_status";
     const char* const kMirror = "pxm_set_tv_init_mirroring_status";
     const char* const kParam = "pxm_set_device_extended_param_string";
+    const char* const kAlphaSignal = "('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', ";
     const struct {
         const char* method;
         GVariant* args;
         const char* reply;
-        const char* signal;  // the one signal's body, or ""
+        std::string signal;  // the one signal's body, or ""
         bool saved;
         std::string state;
         const char* waker;  // the wake-up table afterwards
         const char* failing = "";
     } steps[] = {
-        {"pxm_get_status", MacInd("aa:bb:cc:dd:ee:01", 1), "(0,)", "", false,
-         "Alpha0* Beta0 Gamma1 Delta1", ""},
-        {"pxm_get_status", MacInd(kGamma, 2), "(1,)", "", false, "Alpha0 Beta0 Gamma1* Delta1", ""},
-        {"pxm_get_status", MacInd(kUnknown, 1), "(-1,)", "", false, "Alpha0 Beta0 Gamma1 Delta1",
-         ""},
-        {"pxm_get_status", MacInd(kBt, 2), "(-1,)", "", false, "Alpha0 Beta0 Gamma1 Delta1", ""},
-        {"pxm_get_status", MacInd(kBt, 4), "(-1,)", "", false, "Alpha0 Beta0 Gamma1 Delta1", ""},
-        {"pxm_set_status", MacIndValue(kBt, 1, -1), "(3,)", "", false, "Alpha0 Beta0 Gamma1 Delta1",
-         ""},
-        {"pxm_set_status", MacIndValue(kBt, 1, 2), "(3,)", "", false, "Alpha0 Beta0 Gamma1 Delta1",
-         ""},
-        {"pxm_set_status", MacIndValue(kUnknown, 1, 1), "(4,)", "", false,
-         "Alpha0 Beta0 Gamma1 Delta1", ""},
+        {kGetS, MacInd("aa:bb:cc:dd:ee:01", 1), "(0,)", "", false, "A0* B0 G1 D1", ""},
+        {kGetS, MacInd(kGamma, 2), "(1,)", "", false, "A0 B0 G1* D1", ""},
+        {kGetS, MacInd(kUnknown, 1), "(-1,)", "", false, "A0 B0 G1 D1", ""},
+        {kGetS, MacInd(kBt, 2), "(-1,)", "", false, "A0 B0 G1 D1", ""},
+        {kGetS, MacInd(kBt, 4), "(-1,)", "", false, "A0 B0 G1 D1", ""},
+        {kSetS, MacIndValue(kBt, 1, -1), "(3,)", "", false, "A0 B0 G1 D1", ""},
+        {kSetS, MacIndValue(kBt, 1, 2), "(3,)", "", false, "A0 B0 G1 D1", ""},
+        {kSetS, MacIndValue(kUnknown, 1, 1), "(4,)", "", false, "A0 B0 G1 D1", ""},
         // The same status again: only the access time moves, and that is saved.
-        {"pxm_set_status", MacIndValue(kBt, 1, 0), "(2,)", "", true, "Alpha0* Beta0 Gamma1 Delta1",
-         ""},
+        {kSetS, MacIndValue(kBt, 1, 0), "(2,)", "", true, "A0* B0 G1 D1", ""},
         // Allowed: entered in the wake-up tables; its Bluetooth address goes out as "0".
-        {"pxm_set_status", MacIndValue(kGamma, 2, 0), "(1,)", "('0', 'AA:BB:CC:DD:EE:32', '0', 0)",
-         true, "Alpha0 Beta0 Gamma0* Delta1", kGamma},
-        {"pxm_set_status", MacIndValue("aa:bb:cc:dd:ee:01", 1, 1), "(1,)",
-         "('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 1)", true, "Alpha1* Beta0 Gamma0 Delta1",
-         kGamma},
+        {kSetS, MacIndValue(kGamma, 2, 0), "(1,)", "('0', 'AA:BB:CC:DD:EE:32', '0', 0)", true,
+         "A0 B0 G0* D1", kGamma},
+        {kSetS, MacIndValue("aa:bb:cc:dd:ee:01", 1, 1), "(1,)", kAlphaSignal + std::string("1)"),
+         true, "A1* B0 G0 D1", kGamma},
         // Denied: out of the tables.
-        {"pxm_set_status", MacIndValue(kGamma, 2, 1), "(1,)", "('0', 'AA:BB:CC:DD:EE:32', '0', 1)",
-         true, "Alpha1 Beta0 Gamma1* Delta1", ""},
-        {kMirror, MacIndValue(kWifi, 2, 5), "(1,)",
-         "('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 5)", true,
-         "Alpha1*:m5 Beta0 Gamma1 Delta1", ""},
-        {kMirror, MacIndValue(kWifi, 2, 5), "(0,)", "", true, "Alpha1*:m5 Beta0 Gamma1 Delta1", ""},
-        {kMirror, MacIndValue(kUnknown, 2, 1), "(0,)", "", false, "Alpha1:m5 Beta0 Gamma1 Delta1",
-         ""},
+        {kSetS, MacIndValue(kGamma, 2, 1), "(1,)", "('0', 'AA:BB:CC:DD:EE:32', '0', 1)", true,
+         "A1 B0 G1* D1", ""},
+        {kMirror, MacIndValue(kWifi, 2, 5), "(1,)", kAlphaSignal + std::string("5)"), true,
+         "A1*:m5 B0 G1 D1", ""},
+        {kMirror, MacIndValue(kWifi, 2, 5), "(0,)", "", true, "A1*:m5 B0 G1 D1", ""},
+        {kMirror, MacIndValue(kUnknown, 2, 1), "(0,)", "", false, "A1:m5 B0 G1 D1", ""},
         // The name or the id, cut to capacity; another type changes nothing but is saved.
-        {kParam, Param(kBt, 1, kName, 1), "(1,)", "", true, "127N1*:m5 Beta0 Gamma1 Delta1", ""},
-        {kParam, Param(kWifi, 2, kId, 2), "(1,)", "", true, "127N1*:m5:31Z Beta0 Gamma1 Delta1",
-         ""},
-        {kParam, Param(kBt, 1, "Other", 3), "(1,)", "", true, "127N1*:m5:31Z Beta0 Gamma1 Delta1",
-         ""},
-        {kParam, Param(kUnknown, 1, "X", 1), "(0,)", "", false, "127N1:m5:31Z Beta0 Gamma1 Delta1",
-         ""},
+        {kParam, Param(kBt, 1, kName, 1), "(1,)", "", true, "127N1*:m5 B0 G1 D1", ""},
+        {kParam, Param(kWifi, 2, kId, 2), "(1,)", "", true, "127N1*:m5:31Z B0 G1 D1", ""},
+        {kParam, Param(kBt, 1, "Other", 3), "(1,)", "", true, "127N1*:m5:31Z B0 G1 D1", ""},
+        {kParam, Param(kUnknown, 1, "X", 1), "(0,)", "", false, "127N1:m5:31Z B0 G1 D1", ""},
         {"pxm_remove_device", MacInd("aa:bb:cc:dd:ee:43", 3), "(1,)",
-         "('0', '0', 'AA:BB:CC:DD:EE:43', 3)", true, "127N1:m5:31Z Beta0 Gamma1", ""},
+         "('0', '0', 'AA:BB:CC:DD:EE:43', 3)", true, "127N1:m5:31Z B0 G1", ""},
         {"pxm_remove_all", nullptr, "(1,)", "('0', '0', '0', 4)", true, "", ""},
         {"pxm_remove_all", nullptr, "(1,)", "('0', '0', '0', 4)", true, "", ""},
         // The tables cannot be cleared: the list is emptied, but the answer is 0, unheard.
@@ -136,7 +127,7 @@ TEST_F(StatusHandlers, EachCallAnswersChangesSavesAndAnnouncesAsItShould) {
         core->DB_WaitForSaves();
 
         std::vector<handler_bus::Event> signals = client.Signals();
-        if (*step.signal == '\0') {
+        if (step.signal.empty()) {
             EXPECT_TRUE(signals.empty());
         } else {
             ASSERT_EQ(1u, signals.size());

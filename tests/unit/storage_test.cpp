@@ -1,6 +1,6 @@
-// The stored device lists: the JSON form the writer produces and the reader makes of good,
-// odd and broken documents; loading the current and the three old formats at start-up;
-// saving, with the clean-up of the records in memory, clearing, failures and lock order.
+// The stored device lists: the JSON form the writer produces and the reader makes of it; loading
+// the current and the three old formats at start-up; saving, with the clean-up of the records in
+// memory, clearing, failures and lock order.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -44,20 +44,26 @@ std::string Record(const std::string& name, const std::string& bt, const std::st
     return text + "</PXM>\n";
 }
 
-std::string Fields(const pxm_core_device_s& d) {
-    return std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" + d.mirroring_Id + "|" +
-           std::to_string(d.keyType) + "|" + std::to_string(d.accessTime);
+// Addresses, ids, key type and time of each record.
+std::string Fields(const std::vector<pxm_core_device_s>& list) {
+    std::vector<std::string> out;
+    for (const pxm_core_device_s& d : list) {
+        out.push_back(std::string(d.bt_mac) + "|" + d.wifi_mac + "|" + d.zel_id + "|" +
+                      d.mirroring_Id + "|" + std::to_string(d.keyType) + "|" +
+                      std::to_string(d.accessTime));
+    }
+    return unit::Join(out);
 }
 
 // The stored devices' names, after checking the version line.
 std::string Stored() {
     std::string item = fake::SecureItem("PXM_DEVICE_LIST").value_or("(none)");
     EXPECT_EQ(0u, item.rfind("2\n", 0)) << "no version-2 text stored: " << item;
-    std::string out;
+    std::vector<std::string> names;
     for (const Json::Value& element : unit::ParseJson(item.substr(2))) {
-        out += (out.empty() ? "" : " ") + element["item_data"]["devname"].asString();
+        names.push_back(element["item_data"]["devname"].asString());
     }
-    return out;
+    return unit::Join(names);
 }
 
 class Storage : public ::testing::Test {
@@ -114,15 +120,11 @@ TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     Json::Value root = unit::ParseJson(out);
     ASSERT_EQ(4u, root.size());
     for (const Json::Value& element : root) {
-        EXPECT_EQ(std::vector<std::string>{"item_data"}, element.getMemberNames());
-        std::string names;
-        for (const std::string& name : element["item_data"].getMemberNames()) {
-            names += name + " ";
-        }
+        EXPECT_EQ("item_data", unit::Join(element.getMemberNames()));
         EXPECT_EQ(
             "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
-            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id ",
-            names);
+            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id",
+            unit::Join(element["item_data"].getMemberNames()));
     }
 
     core->mDeviceList.clear();
@@ -138,49 +140,6 @@ TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
     core->mReverseDeviceList.clear();
     core->Util_GetJsonStringForDeviceList(out);
     EXPECT_EQ("null", out);
-}
-
-// The reader appends to what the lists hold; it stops at the first element it cannot read,
-// keeping the records before it, and refuses documents that are not a non-empty array.
-TEST_F(Storage, ReaderKeepsWhatItCouldReadAndRefusesTheRest) {
-    const std::string good = "{\"item_data\":{\"devname\":\"Good\"}}";
-    // A good record in each list, then `element`, then another good one.
-    auto after = [&good](const std::string& element) {
-        return "[" + good + ",{\"item_data\":{\"devname\":\"GoodRev\",\"dy_type\":1}}," + element +
-               "," + good + "]";
-    };
-    const std::string fmt = " Format err ,not Array or Array is empty";
-    const std::string parse = "parse json error exception is [";
-    const std::string bad = "parse json err exception is [";
-    const struct {
-        std::string text, normal, reverse, error;
-    } rows[] = {
-        {after("{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}}"),
-         "Kept Good NullDy Good", "GoodRev", ""},
-        {"null", "Kept", "", fmt},
-        {"[]", "Kept", "", fmt},
-        {good, "Kept", "", fmt},
-        {"not json", "Kept", "", parse},
-        {"", "Kept", "", parse},
-        {std::string(5000, '['), "Kept", "", parse},  // the parser throws: it must not escape
-        {after("{\"item_data\":{\"devtype\":\"1\"}}"), "Kept Good", "GoodRev", bad},
-        {after("{\"item_data\":{\"accessTime\":-1}}"), "Kept Good", "GoodRev", bad},
-        {after("{\"item_data\":{\"dy_type\":\"r\"}}"), "Kept Good", "GoodRev", bad},
-        {after("7"), "Kept Good", "GoodRev", bad},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text.substr(0, 60));
-        fake::ClearLogs();
-        core->mDeviceList = {Device("Kept", 0, 0)};
-        core->mReverseDeviceList.clear();
-        core->Util_GetDeviceListForJsonString(row.text);
-        EXPECT_EQ(row.normal, unit::Names(core->mDeviceList));
-        EXPECT_EQ(row.reverse, unit::Names(core->mReverseDeviceList));
-        if (!row.error.empty()) {
-            EXPECT_TRUE(fake::HasLog(row.error, DLOG_ERROR));
-        }
-    }
-
     // Missing members are filled, long texts cut to their field.
     core->mDeviceList.clear();
     core->Util_GetDeviceListForJsonString(
@@ -199,16 +158,24 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     truncated.resize(truncated.find("</PXM>"));  // every field matched, the closing tag not
     std::string badIcon = Record("Icon", "AA:BB:CC:DD:EE:01");
     badIcon.replace(badIcon.find("<icon>2"), 7, "<icon>x");
-    const std::string json =
-        "[{\"item_data\":{\"devname\":\"Phone\",\"accessTime\":1700000000123,\"dy_type\":0}},"
-        "{\"item_data\":{\"devname\":\"Laptop\",\"dy_type\":1}},"
-        "{\"item_data\":{\"devname\":\"Tablet\"}}]";
+    const std::string phone =
+        "{\"item_data\":{\"devname\":\"Phone\",\"accessTime\":1700000000123,\"dy_type\":0}}";
+    const std::string json = "[" + phone +
+                             ",{\"item_data\":{\"devname\":\"Laptop\",\"dy_type\":1}},"
+                             "{\"item_data\":{\"devname\":\"NullDy\",\"dy_type\":null}},"
+                             "{\"item_data\":{\"devname\":\"Tablet\"}}]";
     const struct {
         std::string text;  // "-": nothing stored
         int result;
         std::string normal, reverse;  // "*": the lists as they were
+        std::string fields = "";      // of the normal list, when given
     } rows[] = {
-        {"2\n" + json, 0, "Phone Tablet", "Laptop"},
+        {"2\n" + json, 0, "Phone NullDy Tablet", "Laptop"},
+        // The current form stops at the first element it cannot read, keeping those before.
+        {"2\n[" + phone + ",7," + phone + "]", 0, "Phone", ""},
+        {"2\n[" + phone + ",{\"item_data\":{\"devtype\":\"1\"}}]", 0, "Phone", ""},
+        {"2\n" + phone, 0, "", ""},
+        {"2\n" + std::string(5000, '['), 0, "", ""},  // the parser throws: it must not escape
         {"-", -1, "*", "*"},
         {"", -1, "*", "*"},
         {"2\n[]", 0, "", ""},
@@ -217,8 +184,12 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         {"3\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "0", ""), 0, "", ""},
         {"0", 0, "", ""},
         {"1\n", 0, "", ""},
-        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("B", "0", "0", "0", "", "1") + truncated,
-         2, "A B", ""},
+        // Version 0: the key type as stored, no zel id (read as the placeholder), no mirroring
+        // id, and any time.
+        {"0\n" + Record("A", "AA:BB:CC:DD:EE:01", "aa:bb:cc:dd:ee:0f", "1") +
+             Record("B", "0", "0", "0", "", "18446744073709551615") + truncated,
+         2, "A B", "",
+         "AA:BB:CC:DD:EE:01|aa:bb:cc:dd:ee:0f|0||1|1600000000000 0|0|0||0|18446744073709551615"},
         {"0\n" + Record("A", "AA:BB:CC:DD:EE:01") + Record("", "AA:BB:CC:DD:EE:02") +
              Record("C", "AA:BB:CC:DD:EE:03"),
          1, "A", ""},
@@ -229,9 +200,20 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         {"0\n" + Record(std::string(127, 'n'), "1") + Record(std::string(128, 'n'), "2"), 1,
          std::string(127, 'n'), ""},
         {"0\n" + badIcon, 0, "", ""},
+        // Version 1: the whole zel word is read; only what fits the field is kept.
         {"1\n" + Record("P", "1", "0", "0", "abc") +
              Record("L", "2", "0", "0", std::string(40, 'q')) + Record("A", "3", "0", "0", "x"),
-         3, "P L A", ""},
+         3, "P L A", "",
+         "1|0|abc||0|1600000000000 2|0|" + std::string(31, 'q') +
+             "||0|1600000000000 3|0|x||0|1600000000000"},
+        // Unversioned: the key type from the addresses, and a time that no 32-bit value could
+        // be is capped.
+        {Record("W", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
+             Record("B", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
+             Record("L", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999"),
+         3, "W B L", "",
+         "0|AA:BB:CC:DD:EE:02|0||1|4294967295 AA:BB:CC:DD:EE:01|0|0||0|4294967295 "
+         "AA:BB:CC:DD:EE:03|0|0||0|4294967295"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text.substr(0, 40));
@@ -239,6 +221,9 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         EXPECT_EQ(row.normal == "*" ? "Stale" : row.normal, unit::Names(core->mDeviceList));
         EXPECT_EQ(row.reverse == "*" ? "Stale" : row.reverse,
                   unit::Names(core->mReverseDeviceList));
+        if (!row.fields.empty()) {
+            EXPECT_EQ(row.fields, Fields(core->mDeviceList));
+        }
     }
     // A failed read is an early return too, and gives the file lock back: a save still runs.
     fake::SetResult("ss_read", -4);
@@ -246,34 +231,6 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     fake::ClearResult("ss_read");
     Save();
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
-}
-
-TEST_F(Storage, OldFormatsConvertTheirFields) {
-    // Version 0: the key type as stored, no zel id (read as the placeholder), no mirroring id.
-    ASSERT_EQ(2, Load(("0\n" + Record("Phone", "AA:BB:CC:DD:EE:01", "aa:bb:cc:dd:ee:0f", "1") +
-                       Record("Max", "0", "0", "0", "", "18446744073709551615"))
-                          .c_str()));
-    EXPECT_EQ("AA:BB:CC:DD:EE:01|aa:bb:cc:dd:ee:0f|0||1|1600000000000",
-              Fields(core->mDeviceList[0]));
-    EXPECT_EQ(0, core->mDeviceList[0].dy_type + core->mDeviceList[0].updated);
-    EXPECT_EQ(18446744073709551615ULL, core->mDeviceList[1].accessTime);
-
-    // Version 1: the whole zel word is read; only what fits the field is kept.
-    ASSERT_EQ(2, Load(("1\n" + Record("Long", "AA:BB:CC:DD:EE:03", "0", "0", std::string(40, 'q')) +
-                       Record("After", "AA:BB:CC:DD:EE:04", "0", "0", "x"))
-                          .c_str()));
-    EXPECT_EQ(std::string(31, 'q'), core->mDeviceList[0].zel_id);
-    EXPECT_STREQ("x", core->mDeviceList[1].zel_id);
-
-    // Unversioned: the key type from the addresses, and a time that no 32-bit value could be
-    // is capped.
-    ASSERT_EQ(3, Load((Record("Wifi", "0", "AA:BB:CC:DD:EE:02", "", "", "4294967295") +
-                       Record("Bt", "AA:BB:CC:DD:EE:01", "0", "", "", "5000000000") +
-                       Record("Late", "AA:BB:CC:DD:EE:03", "0", "", "", "99999999999999999999"))
-                          .c_str()));
-    EXPECT_EQ("0|AA:BB:CC:DD:EE:02|0||1|4294967295", Fields(core->mDeviceList[0]));
-    EXPECT_EQ("AA:BB:CC:DD:EE:01|0|0||0|4294967295", Fields(core->mDeviceList[1]));
-    EXPECT_EQ(4294967295ULL, core->mDeviceList[2].accessTime);
 }
 
 TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
@@ -301,10 +258,11 @@ TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
                                         "|" + b.zel_id + "|" + b.mirroring_Id);
     EXPECT_EQ("Living Tab", Stored());
     Json::Value items = unit::ParseJson(fake::SecureItem("PXM_DEVICE_LIST").value_or("").substr(2));
-    EXPECT_EQ("0", items[0]["item_data"]["mirroring_Id"].asString());
-    EXPECT_EQ("zel", items[1]["item_data"]["zel_id"].asString());
-    EXPECT_EQ("0X", items[1]["item_data"]["wifi_mac"].asString());
-    EXPECT_EQ(1, items[1]["item_data"]["dy_type"].asInt());
+    const Json::Value& tabItem = items[1]["item_data"];
+    EXPECT_EQ("0 zel 0X 1", items[0]["item_data"]["mirroring_Id"].asString() + " " +
+                                tabItem["zel_id"].asString() + " " +
+                                tabItem["wifi_mac"].asString() + " " +
+                                std::to_string(tabItem["dy_type"].asInt()));
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
 }
 

@@ -22,11 +22,19 @@ pxm_core_device_s Device(const char* name, const char* bt, const char* wifi, con
 }
 
 std::string Names(const std::vector<pxm_core_device_s>& list) {
-    std::string names;
+    std::vector<std::string> names;
     for (const pxm_core_device_s& dev : list) {
-        names += (names.empty() ? "" : " ") + std::string(dev.devname);
+        names.push_back(dev.devname);
     }
-    return names;
+    return Join(names);
+}
+
+std::string Join(const std::vector<std::string>& words, const char* separator) {
+    std::string out;
+    for (const std::string& word : words) {
+        out += (out.empty() ? "" : separator) + word;
+    }
+    return out;
 }
 
 std::string Text(const pxm_core_device_s& d) {

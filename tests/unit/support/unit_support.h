@@ -18,6 +18,8 @@ pxm_core_device_s Device(const char* name, const char* bt, const char* wifi = ""
                          const char* p2p = "", int status = 0);
 // The records' names, separated by blanks.
 std::string Names(const std::vector<pxm_core_device_s>& list);
+// The words joined by the separator.
+std::string Join(const std::vector<std::string>& words, const char* separator = " ");
 // Every field of the record, "|"-separated, so that two records compare readably.
 std::string Text(const pxm_core_device_s& d);
 
