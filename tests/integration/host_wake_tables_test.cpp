@@ -82,22 +82,32 @@ TEST_F(WakeTablesTest, RowsAreAddedReplacedRegisteredAndDeletedWithoutRegardToCa
     EXPECT_TRUE(Tables().empty());
 }
 
-// Another process writing at the same time waits for the database instead of failing.
+// Another process writing at the same time waits for the database instead of failing. The
+// child is held on a pipe until the parent writes too.
 TEST_F(WakeTablesTest, WritersInTwoProcessesAllLand) {
+    int gate[2];
+    ASSERT_EQ(0, pipe(gate));
     const pid_t child = fork();
     ASSERT_GE(child, 0);
+    char c;
+    close(gate[child ? 0 : 1]);
+    while (child == 0 && read(gate[0], &c, 1) > 0) {
+    }
     int failures = 0;
-    for (int i = 0; i < 40; ++i) {
-        const std::string address =
-            "00:00:00:00:" + std::to_string(child ? 10 : 20) + ":" + std::to_string(10 + i);
-        failures += wowl_add_waker_device(address.c_str(), 0) != WOWL_ERROR_NONE;
+    for (int i = 0; i < 500; ++i) {
+        if (child && i == 1)
+            close(gate[1]);
+        char address[18];
+        snprintf(address, sizeof(address), "00:00:00:%02X:%02X:%02X", child ? 1 : 2, i / 256,
+                 i % 256);
+        failures += wowl_add_waker_device(address, 0) != WOWL_ERROR_NONE;
     }
     if (child == 0)
         _exit(failures);
     int status = 0;
     ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, failures + (WIFEXITED(status) ? WEXITSTATUS(status) : 1));
-    EXPECT_EQ(80u, Tables().size());
+    EXPECT_EQ(1000u, Tables().size());
 }
 
 // The tables drift from the stored list when a write failed (a full disk): the tool's --check
