@@ -161,7 +161,6 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
         EXPECT_EQ(Launch(appid), AUL_R_ENOLAUNCH) << appid;
     }
     EXPECT_EQ(Launch("org.example.unregistered"), AUL_R_ENOAPP);
-    EXPECT_EQ(aul_launch_app("../escape", nullptr), AUL_R_EINVAL);
     EXPECT_TRUE(host_test::Entries(root_ + "/running").empty());
 }
 
@@ -195,11 +194,9 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(RunningApps(), Texts{Line(app, kUxAppId)});
     EXPECT_EQ(aul_app_is_running(kUxAppId), 1);
     EXPECT_EQ(aul_app_is_running("org.example.other"), 0);
-    char name[256] = {}, shortname[5] = {};
+    char name[256] = {};
     EXPECT_EQ(aul_app_get_pkgname_bypid(app, name, sizeof(name)), AUL_R_OK);
     EXPECT_STREQ(name, kUxAppId);
-    EXPECT_EQ(aul_app_get_pkgname_bypid(app, shortname, sizeof(shortname)), AUL_R_OK);
-    EXPECT_STREQ(shortname, "org.");
     // Any other process is named by its command name; a missing one not at all.
     EXPECT_EQ(aul_app_get_pkgname_bypid(getpid(), name, sizeof(name)), AUL_R_OK);
     EXPECT_EQ(name + std::string("\n"), ReadFile("/proc/self/comm"));

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <regex>
 #include <string>
 #include <thread>
@@ -135,7 +134,6 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
     EXPECT_EQ("[{\"key\": \"AABB\"}]", Tool({"backup-show"}));
     EXPECT_EQ(1, RunTool({"backup-show", "Nobody"}).status);
     EXPECT_EQ(2, RunTool({"backup-show", "../x"}).status);
-    EXPECT_EQ(2, RunTool({"backup-history", "a", "b"}).status);
 }
 
 TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {

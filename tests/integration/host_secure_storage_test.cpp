@@ -92,7 +92,6 @@ TEST_F(SecureStorageTest, ItemsRoundTripSealedUnderAPrivateKeyAndBadNamesAreRefu
     for (const char* name : {"", "/", "..", ".", "a/b", ".hidden", "x.corrupt-20261121T153000Z"}) {
         EXPECT_EQ(SS_ERROR_INVALID_PARAMETER, Write(name, "t", a_)) << name;
         EXPECT_EQ(Err(SS_ERROR_INVALID_PARAMETER), Read(name, a_)) << name;
-        EXPECT_EQ(SS_ERROR_INVALID_PARAMETER, ss_clear_storage(name, &a_, 0)) << name;
     }
     // Nothing but items in the directory: temporary files are gone.
     EXPECT_EQ((Names{"PXM_DEVICE_LIST", "empty"}), Entries(items_));

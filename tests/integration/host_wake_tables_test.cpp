@@ -1,7 +1,6 @@
 // The host platform's Bluetooth headless table and Wake-on-WLAN waker table, and
 // quillon-platform's wake-tables view of them, in a private platform root per test.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
