@@ -61,10 +61,12 @@ TEST(HostNetworkMapping, AccessPointFlagsGiveSecurityAndEncryptionAndSsidsReadAs
         EXPECT_EQ(text, host::network::SsidText(std::vector<uint8_t>(bytes.begin(), bytes.end())));
 }
 
-void Drop(GVariant* value) {
-    if (value != nullptr)
-        g_variant_unref(value);
-}
+constexpr const char* kNm = "org.freedesktop.NetworkManager";
+constexpr const char* kNmPath = "/org/freedesktop/NetworkManager";
+constexpr const char* kDevice = "org.freedesktop.NetworkManager.Device";
+constexpr const char* kWireless = "org.freedesktop.NetworkManager.Device.Wireless";
+constexpr const char* kAccessPoint = "org.freedesktop.NetworkManager.AccessPoint";
+
 // python3-dbusmock's NetworkManager on the private bus, with the properties a client reads
 // that its template lacks, and a Wi-Fi device wlan0.
 class MockNetworkManager {
@@ -93,10 +95,14 @@ public:
         g_bus_unwatch_name(watch);
         if (!ready_)
             return;
-        Add(kNmPath, kNm, "PrimaryConnection", g_variant_new_object_path("/"));
-        Add(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string(""));
-        wifi_ = Text(Mock(kNmPath, "AddWiFiDevice", g_variant_new("(ssi)", "wlan0", "wlan0", 30)));
-        Add(wifi_, kWireless, "ActiveAccessPoint", g_variant_new_object_path("/"));
+        Mock(kNmPath, "AddProperty",
+             g_variant_new("(ssv)", kNm, "PrimaryConnection", g_variant_new_object_path("/")));
+        Mock(kNmPath, "AddProperty",
+             g_variant_new("(ssv)", kNm, "PrimaryConnectionType", g_variant_new_string("")));
+        wifi_ = Mock(kNmPath, "AddWiFiDevice", g_variant_new("(ssi)", "wlan0", "wlan0", 30));
+        Mock(
+            wifi_, "AddProperty",
+            g_variant_new("(ssv)", kWireless, "ActiveAccessPoint", g_variant_new_object_path("/")));
     }
     ~MockNetworkManager() {
         if (bus_ != nullptr)
@@ -104,29 +110,34 @@ public:
         if (pid_ > 0 && kill(pid_, SIGTERM) == 0)
             waitpid(pid_, nullptr, 0);
     }
-    GVariant* Mock(const std::string& path, const char* method, GVariant* args) {
+    // Calls a method of the mock; the text it returned, if any.
+    std::string Mock(const std::string& path, const char* method, GVariant* args) {
         GError* error = nullptr;
         GVariant* reply = g_dbus_connection_call_sync(
             bus_, kNm, path.c_str(), "org.freedesktop.DBus.Mock", method, args, nullptr,
             G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
         EXPECT_NE(reply, nullptr) << method << ": " << (error ? error->message : "");
         g_clear_error(&error);
-        return reply;
+        const gchar* text = "";
+        if (reply != nullptr && g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)")))
+            g_variant_get(reply, "(&s)", &text);
+        const std::string copy = text;
+        if (reply != nullptr)
+            g_variant_unref(reply);
+        return copy;
     }
     void Set(const std::string& path, const char* interface, const char* name, GVariant* value) {
-        Drop(Mock(kNmPath, "SetProperty",
-                  g_variant_new("(sssv)", path.c_str(), interface, name, value)));
+        Mock(kNmPath, "SetProperty", g_variant_new("(sssv)", path.c_str(), interface, name, value));
     }
-    void State(uint32_t state) { Set(wifi_, kDevice, "State", g_variant_new_uint32(state)); }
     // wlan0 on an RSN access point "Home" with these flags, as its primary connection.
     void Join(uint32_t rsn_flags) {
         const std::string ap =
-            Text(Mock(kNmPath, "AddAccessPoint",
-                      g_variant_new("(ssssuuuyu)", wifi_.c_str(), "home", "Home",
-                                    "00:11:22:33:44:55", 2u, 2437u, 54000u, 80, 0x100u)));
+            Mock(kNmPath, "AddAccessPoint",
+                 g_variant_new("(ssssuuuyu)", wifi_.c_str(), "home", "Home", "00:11:22:33:44:55",
+                               2u, 2437u, 54000u, 80, 0x100u));
         const std::string connection =
-            Text(Mock(kNmPath, "AddWiFiConnection",
-                      g_variant_new("(ssss)", wifi_.c_str(), "home", "Home", "")));
+            Mock(kNmPath, "AddWiFiConnection",
+                 g_variant_new("(ssss)", wifi_.c_str(), "home", "Home", ""));
         Set(ap, kAccessPoint, "RsnFlags", g_variant_new_uint32(rsn_flags));
         Set(ap, kAccessPoint, "WpaFlags", g_variant_new_uint32(0));
         Set(wifi_, kWireless, "ActiveAccessPoint", g_variant_new_object_path(ap.c_str()));
@@ -134,38 +145,16 @@ public:
             g_variant_new_object_path("/org/freedesktop/NetworkManager/ActiveConnection/home"));
         Set(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string("802-11-wireless"));
         const char* devices[] = {wifi_.c_str()};
-        Drop(Mock(kNmPath, "AddActiveConnection",
-                  g_variant_new("(@assssu)", g_variant_new_strv(devices, 1), connection.c_str(),
-                                ap.c_str(), "home", 2u)));
-    }
-    void PrimaryType(const char* type) {
-        Set(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string(type));
-    }
-    void Disconnect() {
-        Drop(Mock(kNmPath, "SetDeviceDisconnected", g_variant_new("(s)", wifi_.c_str())));
+        Mock(kNmPath, "AddActiveConnection",
+             g_variant_new("(@assssu)", g_variant_new_strv(devices, 1), connection.c_str(),
+                           ap.c_str(), "home", 2u));
     }
     bool ready_ = false;
+    std::string wifi_;
 
 private:
-    static constexpr const char* kNm = "org.freedesktop.NetworkManager";
-    static constexpr const char* kNmPath = "/org/freedesktop/NetworkManager";
-    static constexpr const char* kWireless = "org.freedesktop.NetworkManager.Device.Wireless";
-    static constexpr const char* kDevice = "org.freedesktop.NetworkManager.Device";
-    static constexpr const char* kAccessPoint = "org.freedesktop.NetworkManager.AccessPoint";
-    static std::string Text(GVariant* reply) {
-        const gchar* text = "";
-        if (reply != nullptr)
-            g_variant_get(reply, "(&s)", &text);
-        std::string copy = text;
-        Drop(reply);
-        return copy;
-    }
-    void Add(const std::string& path, const char* interface, const char* name, GVariant* value) {
-        Drop(Mock(path, "AddProperty", g_variant_new("(ssv)", interface, name, value)));
-    }
     GPid pid_ = 0;
     GDBusConnection* bus_ = nullptr;
-    std::string wifi_;
 };
 
 // Each delivery as "state ssid", the ssid "-" without an access point; marked when it came
@@ -213,9 +202,9 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     MockNetworkManager nm;
     ASSERT_TRUE(nm.ready_);
     // Associating, then configuring, then activated: each is one delivery, in order.
-    nm.State(50);
+    nm.Set(nm.wifi_, kDevice, "State", g_variant_new_uint32(50));
     ASSERT_TRUE(host_test::RunLoopUntil([&] { return first.size() == 1; }));
-    nm.State(70);
+    nm.Set(nm.wifi_, kDevice, "State", g_variant_new_uint32(70));
     ASSERT_TRUE(host_test::RunLoopUntil([&] { return first.size() == 2; }));
     nm.Join(kPsk | kPairCcmp | kGroupCcmp);
     // The device may turn activated before the access point's facts are read: the layer
@@ -226,10 +215,10 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     // An Ethernet cable beside the Wi-Fi: still connected, but delivered again so that the
     // network is judged anew.
     const size_t count = first.size();
-    nm.PrimaryType("802-3-ethernet");
+    nm.Set(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string("802-3-ethernet"));
     EXPECT_TRUE(
         host_test::RunLoopUntil([&] { return Connection() == "3" && first.size() > count; }));
-    nm.PrimaryType("802-11-wireless");
+    nm.Set(kNmPath, kNm, "PrimaryConnectionType", g_variant_new_string("802-11-wireless"));
     EXPECT_TRUE(host_test::RunLoopUntil([&] { return Connection() == "1/3/3"; }));
     Seen expected = {"1 -", "2 -"};
     expected.resize(first.size(), "3 Home");
@@ -239,11 +228,11 @@ TEST(HostNetwork, WifiStatesReachTheMainLoopAndStopWithTheRegistration) {
     ASSERT_EQ(WIFI_ERROR_NONE, wifi_unset_connection_state_changed_cb());
     ASSERT_EQ(WIFI_ERROR_NONE, wifi_set_connection_state_changed_cb(Record, &second));
     const Seen first_seen = first;
-    nm.Disconnect();
+    nm.Mock(kNmPath, "SetDeviceDisconnected", g_variant_new("(s)", nm.wifi_.c_str()));
     ASSERT_TRUE(host_test::RunLoopUntil([&] { return second.size() == 1; }));
     // A Wi-Fi primary connection without its device is none.
     EXPECT_TRUE(host_test::RunLoopUntil([&] { return Connection() == "0"; })) << Connection();
-    nm.State(100);
+    nm.Set(nm.wifi_, kDevice, "State", g_variant_new_uint32(100));
     ASSERT_TRUE(host_test::RunLoopUntil([&] { return second.size() == 2; }));
     EXPECT_EQ(second[0].substr(0, 2), "0 ");
     EXPECT_EQ(second[1].substr(0, 2), "3 ");
