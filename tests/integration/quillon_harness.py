@@ -30,7 +30,6 @@ UX_APP_ID = "org.nuvak.quillon-ux"
 
 # Log lines the daemon writes once it serves the bus, and when it ends.
 LOG_NAME_ACQUIRED = "[DBusServer] on_name_acquired name org.nuvak.quillon"
-LOG_REGISTERED = "[DBusServer] register_object completed"
 LOG_RUNNING = "[DAEMON] Quillon service is running"
 LOG_INACTIVE = "[DAEMON] Quillon service is inactive"
 STATUS_CHANGED = "pxm_signal_status_changed"
@@ -72,13 +71,18 @@ def system_account(name, groups=None, group_only=False):
 
 
 def wait_until(condition, timeout):
-    """condition()'s first truthy value, polled; None after timeout seconds."""
+    """condition()'s first truthy value, tried at each event of the default main context
+    (bus answers and signals arrive meanwhile) and every 50 ms; None after timeout seconds."""
     deadline = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value or time.monotonic() >= deadline:
-            return value or None
-        time.sleep(0.05)
+    tick = GLib.timeout_add(50, lambda: True)
+    try:
+        while True:
+            value = condition()
+            if value or time.monotonic() >= deadline:
+                return value or None
+            GLib.MainContext.default().iteration(True)
+    finally:
+        GLib.source_remove(tick)
 
 
 class PlatformRoot:
@@ -366,19 +370,16 @@ class QuillonTestCase(unittest.TestCase):
         self.addCleanup(self.bus.stop)
         return self.bus
 
-    def daemon_env(self, extra=None):
+    def start_daemon(self, extra_env=None, wait_for=LOG_NAME_ACQUIRED, prefix=()):
+        """The daemon on the test's root, once it logged wait_for. Without a bus of its own a
+        test must not reach the machine's system bus."""
         env = self.root.env()
-        # Without a bus of its own a test must not reach the machine's system bus.
+        env.pop("NOTIFY_SOCKET", None)
         env["DBUS_SYSTEM_BUS_ADDRESS"] = (self.bus.address if self.bus else
                                           f"unix:path={self.workdir}/no-bus")
-        env.pop("NOTIFY_SOCKET", None)
-        env.update(extra or {})
-        return env
-
-    def start_daemon(self, extra_env=None, wait_for=None, timeout=15.0, prefix=()):
-        daemon = Daemon(self.daemon_env(extra_env), prefix)
+        daemon = Daemon(dict(env, **(extra_env or {})), prefix)
         self.addCleanup(daemon.stop, signal.SIGTERM, 10.0)
-        if wait_for is not None and daemon.wait_for_log(wait_for, timeout) is None:
+        if wait_for is not None and daemon.wait_for_log(wait_for, 15.0) is None:
             self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
         return daemon
 
@@ -399,10 +400,7 @@ class QuillonTestCase(unittest.TestCase):
         if self.bus is None:
             self.start_bus()
         self.root.init()
-        daemon = self.start_daemon(extra_env, wait_for=LOG_REGISTERED, prefix=prefix)
-        if daemon.wait_for_log(LOG_NAME_ACQUIRED, 15.0) is None:
-            self.fail(f"quillon did not get its name; its log:\n{daemon.log.text()}")
-        return daemon
+        return self.start_daemon(extra_env, prefix=prefix)
 
     def assert_logged(self, daemon, *texts):
         """Each text in a line of the daemon's log, in this order."""
@@ -479,7 +477,7 @@ class BusClient:
 
         self.conn.call(BUS_NAME, OBJECT_PATH, interface_of(method), method, parameters, None,
                        Gio.DBusCallFlags.NO_AUTO_START, int(timeout * 1000), None, done, None)
-        if not self.run_until(lambda: answer, timeout + 5):
+        if not wait_until(lambda: answer, timeout + 5):
             raise AssertionError(f"{method}: no answer")
         kind, _, value = answer[0]
         if error:
@@ -494,7 +492,7 @@ class BusClient:
 
     def wait_signals(self, count, name=STATUS_CHANGED, start=0, timeout=10.0):
         """The first count signals (of name) at index >= start; fewer after timeout."""
-        self.run_until(lambda: len(self.signals(name, start)) >= count, timeout)
+        wait_until(lambda: len(self.signals(name, start)) >= count, timeout)
         return self.signals(name, start)
 
     def flush(self):
@@ -502,23 +500,3 @@ class BusClient:
         at a time on its main loop, so the answer to a harmless query comes after whatever
         the calls before it signalled."""
         self.call("pxm_get_status", GLib.Variant("(si)", ("flush", 1)))
-
-    @staticmethod
-    def run_until(condition, timeout):
-        """Runs the default main context until condition() is truthy; its value, or None
-        after timeout seconds."""
-        context = GLib.MainContext.default()
-        deadline = time.monotonic() + timeout
-        woken = []
-        source = GLib.timeout_add(int(timeout * 1000) + 1, lambda: woken.append(1) or False)
-        try:
-            while True:
-                value = condition()
-                if value:
-                    return value
-                if woken or time.monotonic() >= deadline:
-                    return None
-                context.iteration(True)
-        finally:
-            if not woken:
-                GLib.source_remove(source)

@@ -147,7 +147,7 @@ class DevicesWindow(qh.QuillonTestCase):
         self.assertIsNotNone(self.log.wait_for(
             "the window shows [The Quillon service is not running.", 5.0, at), self.log.text())
         at = len(self.log.lines())
-        self.start_daemon(wait_for=qh.LOG_REGISTERED)
+        self.start_daemon()
         self.assertEqual([("normal", "Phone", "blocked"), ("normal", "<b>x</b>", "allowed"),
                           ("reverse", "Speaker", "allowed")],
                          [row[:3] for row in self.listing(3, at)])

@@ -98,7 +98,7 @@ class PromptAsUser(qh.QuillonTestCase):
         stray = self.ask(client, "AA:BB:CC:DD:EE:02")
         self.assertEqual(0, daemon.stop())
         self.assertFalse(gone(stray), "the prompt went with the daemon")
-        daemon = self.start_daemon(wait_for=qh.LOG_NAME_ACQUIRED, prefix=self.prefix)
+        daemon = self.start_daemon(prefix=self.prefix)
         fresh = self.ask(client, "AA:BB:CC:DD:EE:03", exclude={stray})
         self.assertIsNotNone(daemon.wait_for_log("Unexpected UX status. Close UX"),
                              daemon.log.text())
