@@ -276,13 +276,12 @@ class NotifySocket:
         self.sock.close()
 
 
-class Daemon:
-    """The daemon with its stderr collected; prefix runs it (setpriv as another user)."""
+class Process:
+    """A program with its stderr collected; prefix runs it (setpriv as another user)."""
 
-    def __init__(self, env, prefix=()):
-        self.process = subprocess.Popen([*prefix, program("quillon")], env=env,
-                                        stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    def __init__(self, argv, env, prefix=(), stdout=subprocess.DEVNULL):
+        self.process = subprocess.Popen([*prefix, *argv], env=env, stdin=subprocess.DEVNULL,
+                                        stdout=stdout, stderr=subprocess.PIPE)
         self.log = LineCollector(self.process.stderr)
 
     def wait_for_log(self, text, timeout=10.0):
@@ -302,7 +301,9 @@ class Daemon:
             self.process.kill()
             status = self.process.wait()
         self.log.join()
-        self.process.stderr.close()
+        for stream in (self.process.stdout, self.process.stderr):
+            if stream:
+                stream.close()
         return status
 
 
@@ -377,11 +378,16 @@ class QuillonTestCase(unittest.TestCase):
         env.pop("NOTIFY_SOCKET", None)
         env["DBUS_SYSTEM_BUS_ADDRESS"] = (self.bus.address if self.bus else
                                           f"unix:path={self.workdir}/no-bus")
-        daemon = Daemon(dict(env, **(extra_env or {})), prefix)
-        self.addCleanup(daemon.stop, signal.SIGTERM, 10.0)
+        daemon = self.spawn([program("quillon")], dict(env, **(extra_env or {})), prefix)
         if wait_for is not None and daemon.wait_for_log(wait_for, 15.0) is None:
             self.fail(f"no '{wait_for}' from quillon; its log:\n{daemon.log.text()}")
         return daemon
+
+    def spawn(self, argv, env, prefix=(), stdout=subprocess.DEVNULL):
+        """A Process stopped (SIGTERM, then SIGKILL) when the test ends."""
+        process = Process(argv, env, prefix, stdout)
+        self.addCleanup(process.stop, signal.SIGTERM, 10.0)
+        return process
 
     def serve(self, extra_env=None, prefix=()):
         """A serving daemon and a bus client of it, as self.daemon and self.client."""

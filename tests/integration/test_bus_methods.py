@@ -196,22 +196,17 @@ class Quillonctl(BusMethodsCase):
         self.assertIn("cannot reach the system bus", no_bus.stderr)
 
     def test_monitor_prints_each_signal_as_it_arrives(self):
-        environment = dict(os.environ)
-        environment.update(self.bus.env())
-        monitor = subprocess.Popen([qh.program("quillonctl"), "monitor", "--json", "--count", "3",
-                                    "--timeout", "60"],
-                                   env=environment, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE)
-        self.addCleanup(lambda: monitor.poll() is None and monitor.kill())
-        ready = qh.LineCollector(monitor.stderr)
-        self.assertIsNotNone(ready.wait_for("watching the signals", 15.0), ready.text())
+        monitor = self.spawn([qh.program("quillonctl"), "monitor", "--json", "--count", "3",
+                              "--timeout", "60"], dict(os.environ, **self.bus.env()),
+                             stdout=subprocess.PIPE)
+        self.assertIsNotNone(monitor.log.wait_for("watching the signals", 15.0),
+                             monitor.log.text())
 
         self.store_forced(name="Phone", bt=BT, p2p=P2P)
         self.client.call("pxm_set_tv_init_mirroring_status", qh.mac_ind_value(P2P, 3, 1))
         self.client.call("pxm_remove_all")
-        out, _ = monitor.communicate(timeout=30)
-        self.assertEqual(0, monitor.returncode)
-        lines = [json.loads(line) for line in out.splitlines()]
+        lines = [json.loads(line) for line in monitor.process.stdout]
+        self.assertEqual(0, monitor.wait_exit(30))
         self.assertEqual([
             {"signal": qh.STATUS_CHANGED, "bt_mac": BT, "wifi_mac": "0", "p2p_mac": P2P,
              "status": 0, "meaning": "allowed"},

@@ -55,13 +55,9 @@ class DevicesWindow(qh.QuillonTestCase):
                                                if k not in ("DISPLAY", "WAYLAND_DISPLAY")})
         self.assertEqual((0, qh.program("quillon-devices") + "\n"),
                          (where.returncode, where.stdout), where.stderr)
-        window = subprocess.Popen([qh.program("quillonctl"), "devices"], stderr=subprocess.PIPE,
-                                  env=dict(ctl_env, DISPLAY=xserver.display,
-                                           GSK_RENDERER="cairo"))
-        self.addCleanup(window.stderr.close)
-        self.addCleanup(window.wait)
-        self.addCleanup(window.kill)
-        self.log = qh.LineCollector(window.stderr)
+        window = self.spawn([qh.program("quillonctl"), "devices"],
+                            dict(ctl_env, DISPLAY=xserver.display, GSK_RENDERER="cairo"))
+        self.log = window.log
         self.assertEqual([
             ("normal", "Phone", "allowed", "on", f"Bluetooth  {PHONE}", "phone"),
             ("normal", "<b>x</b>", "blocked", "off", f"Wi-Fi  {MARKUP}", "computer"),
@@ -118,27 +114,22 @@ class DevicesWindow(qh.QuillonTestCase):
         if os.geteuid() == 0:
             for folder in (self.workdir, self.workdir / "bus"):
                 os.chmod(folder, 0o755)
-            guest = subprocess.Popen(
-                ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
-                 qh.program("quillon-devices")], stderr=subprocess.PIPE,
-                env=dict(ctl_env, DISPLAY=xserver.display, GSK_RENDERER="cairo",
-                         HOME=str(self.workdir), XDG_RUNTIME_DIR=str(self.workdir)))
-            self.addCleanup(guest.stderr.close)
-            self.addCleanup(guest.wait)
-            self.addCleanup(guest.kill)
-            guest_log = qh.LineCollector(guest.stderr)
-            self.assertIsNotNone(guest_log.wait_for("the window lists 3 devices"))
+            guest = self.spawn(
+                [qh.program("quillon-devices")],
+                dict(ctl_env, DISPLAY=xserver.display, GSK_RENDERER="cairo",
+                     HOME=str(self.workdir), XDG_RUNTIME_DIR=str(self.workdir)),
+                prefix=("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"))
+            self.assertIsNotNone(guest.log.wait_for("the window lists 3 devices"))
             ids = xserver.run("xdotool", "search", "--name", TITLE).stdout.split()
             xserver.run("xdotool", "windowfocus", "--sync", *set(ids) - {window_id})
-            at = len(guest_log.lines())
+            at = len(guest.log.lines())
             self.keys("Return")
-            self.assertIsNotNone(guest_log.wait_for(
+            self.assertIsNotNone(guest.log.wait_for(
                 "says [This user may not call pxm_set_status: it needs root or membership of "
-                "the group quillon-manage.]", 5.0, at), guest_log.text())
-            self.assertIsNotNone(guest_log.wait_for("name [Phone] verdict [blocked]", 5.0, at))
+                "the group quillon-manage.]", 5.0, at), guest.log.text())
+            self.assertIsNotNone(guest.log.wait_for("name [Phone] verdict [blocked]", 5.0, at))
             self.assertEqual((1,), client.call("pxm_get_status", qh.mac_ind(PHONE, 1)))
-            guest.terminate()
-            self.assertEqual(0, guest.wait(10))
+            self.assertEqual(0, guest.stop())
             xserver.run("xdotool", "windowfocus", "--sync", window_id)
 
         # The daemon goes and comes back: the window says so, then shows the list again.
@@ -166,7 +157,7 @@ class DevicesWindow(qh.QuillonTestCase):
         self.assertNotIn("still lists", self.log.text())
 
         self.keys("Escape")
-        self.assertEqual(0, window.wait(10))
+        self.assertEqual(0, window.wait_exit(10))
 
 
 if __name__ == "__main__":
