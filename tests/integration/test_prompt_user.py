@@ -113,15 +113,6 @@ class PromptAsUser(qh.QuillonTestCase):
     def test_from_the_service_user_with_ambient_capabilities(self):
         self.check_prompt_as_user(SERVICE_USER)
 
-    def test_a_user_that_does_not_exist_is_no_launch(self):
-        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"),
-                           "--user", "no-such-user-q9", "--env", "QUILLON_UX_ANSWER=none")
-        daemon, client = self.serve_as("root")
-        self.assertEqual((-1,), client.call("pxm_request_access",
-                                            qh.record(name="Phone", bt="AA:BB:CC:DD:EE:01")))
-        self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
-        self.assertEqual([], self.root.prompts())
-
     def test_session_mode_follows_the_active_graphical_session(self):
         uid, _ = qh.system_account(PROMPT_USER)
         self.root.platform("register-app", qh.UX_APP_ID, self.prompt_program(), "--session",
@@ -160,7 +151,16 @@ class PromptAsUser(qh.QuillonTestCase):
         env = environ(pid)
         self.assertIn(b"DISPLAY=:42", env)
         self.assertIn(f"XDG_RUNTIME_DIR=/run/user/{uid}".encode(), env)
+
+        # A registration naming a user that does not exist launches nothing.
         os.kill(pid, signal.SIGTERM)
+        self.assertIsNotNone(daemon.wait_for_log(f"UX Terminated >>> {pid}"), daemon.log.text())
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"),
+                           "--user", "no-such-user-q9")
+        self.assertEqual((-1,), client.call("pxm_request_access",
+                                            qh.record(name="Phone", bt="AA:BB:CC:DD:EE:03")))
+        self.assertIsNotNone(daemon.wait_for_log("cannot launch it: no user 'no-such-user-q9'"))
+        self.assertEqual([], self.root.prompts())
 
 
 if __name__ == "__main__":
