@@ -7,6 +7,8 @@ import os
 import subprocess
 import unittest
 
+from gi.repository import GLib
+
 import quillon_harness as qh
 
 FEEDBACK_LOG = "[DBusServer] pxm_feedback_ux called."
@@ -55,28 +57,27 @@ class QuillonUx(qh.QuillonTestCase):
         return subprocess.run([qh.program("quillon-ux"), *args], env=env,
                               capture_output=True, text=True, timeout=60)
 
-    def feedbacks(self, daemon, marker):
-        """The feedback lines of the daemon's log, once all it logged before a query marked
-        with marker is in: the daemon handles calls one at a time, in order."""
-        self.bus.gdbus("call", "--dest", qh.BUS_NAME, "--object-path", qh.OBJECT_PATH,
-                       "--method", qh.GET_INTERFACE + ".pxm_get_status", marker, "1")
-        self.assertIsNotNone(daemon.wait_for_log(f"Mac: [{marker}]"), daemon.log.text())
-        return [line[line.index(FEEDBACK_LOG):] for line in daemon.log.lines()
+    def feedbacks(self, marker):
+        """The feedback lines of the daemon's log once it logged a query marked with marker:
+        the daemon handles calls one at a time, in order."""
+        self.client.call("pxm_get_status", GLib.Variant("(si)", (marker, 1)))
+        self.assertIsNotNone(self.daemon.wait_for_log(f"Mac: [{marker}]"), self.daemon.log.text())
+        return [line[line.index(FEEDBACK_LOG):] for line in self.daemon.log.lines()
                 if FEEDBACK_LOG in line]
 
     def test_each_answer_sends_the_twelve_values_once(self):
-        daemon = self.start_serving_daemon()
+        self.serve()
         for answer, status, delay in (("allow", 0, None), ("deny", 1, "0"),
                                       ("undecided", 2, "20")):
             with self.subTest(answer=answer):
-                before = len(self.feedbacks(daemon, f"before-{answer}"))
+                before = len(self.feedbacks(f"before-{answer}"))
                 result = self.run_ux(bundle_args(), answer, delay)
                 self.assertEqual(0, result.returncode, result.stderr)
                 self.assertEqual([expected_feedback(status)],
-                                 self.feedbacks(daemon, f"after-{answer}")[before:])
+                                 self.feedbacks(f"after-{answer}")[before:])
 
     def test_bad_arguments_end_with_status_2_before_any_call(self):
-        daemon = self.start_serving_daemon()
+        self.serve()
         cases = [
             ("missing key", bundle_args(drop=("P2PMAC",)), "allow", None, "missing key P2PMAC"),
             ("no arguments", [], "allow", None, "missing key"),
@@ -103,7 +104,7 @@ class QuillonUx(qh.QuillonTestCase):
                 self.assertIn(message, result.stderr)
         # A well-formed answer after them is the first the daemon hears.
         self.assertEqual(0, self.run_ux(bundle_args(), "undecided").returncode)
-        self.assertEqual([expected_feedback(2)], self.feedbacks(daemon, "end"))
+        self.assertEqual([expected_feedback(2)], self.feedbacks("end"))
 
     def test_an_answer_nobody_takes_ends_with_status_1(self):
         # The bus is there, the daemon is not.
