@@ -35,20 +35,11 @@ class BackupRestore(qh.QuillonTestCase):
         self.assertEqual((1,), client.call("pxm_request_access", qh.record(
             name="Laptop", wifi=LAPTOP_WIFI, status=1, no_ux=1)))
 
-        # The service holds the whole list, entry by entry in backup form.
-        payload = qh.wait_until(
-            lambda: (lambda p: p if p and len(p) == 2 else None)(self.newest_payload()), 15.0)
-        self.assertTrue(payload, f"no backup of both devices: {self.newest_payload()}")
-        phone, laptop = payload
-        self.assertEqual("AABBCCDDEE01", phone["key"])
-        self.assertEqual("aabbccddee22", laptop["key"])
-        self.assertEqual(("Phone", PHONE_BT, PHONE_WIFI, 0, 3, 4, 1, 1),
-                         tuple(phone["item_data"][k] for k in (
-                             "devname", "bt_mac", "wifi_mac", "devstatus", "devtype", "devicon",
-                             "tvInitMirroringSupport", "isNoUX")))
-        self.assertEqual(phone["timestamp"], phone["item_data"]["accessTime"])
-        self.assertNotIn("zel_id", phone["item_data"])
-        self.assertNotIn("mirroring_Id", phone["item_data"])
+        # The service holds the whole list in backup form (each entry's fields are the unit
+        # tests' to check).
+        keys = lambda: [entry["key"] for entry in self.newest_payload() or []]
+        self.assertTrue(qh.wait_until(lambda: keys() == ["AABBCCDDEE01", "aabbccddee22"], 15.0),
+                        f"no backup of both devices: {self.newest_payload()}")
 
         # A factory reset empties the list and the tables; the backup stays.
         self.root.platform("set-int", "db/registertv/factoryreset", "1")
