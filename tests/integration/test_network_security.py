@@ -17,7 +17,8 @@ ACTIVE_PATH = NM_PATH + "/ActiveConnection/"
 WIRELESS = NM + ".Device.Wireless"
 ACCESS_POINT = NM + ".AccessPoint"
 MOCK = "org.freedesktop.DBus.Mock"
-DEVICE_DISCONNECTED, DEVICE_ACTIVATED, CONNECTION_ACTIVATED = 30, 100, 2
+DEVICE_DISCONNECTED, DEVICE_PREPARE, DEVICE_IP_CONFIG, DEVICE_ACTIVATED = 30, 40, 70, 100
+CONNECTION_ACTIVATED = 2
 # Access point flags: privacy; WPA/RSN: PSK key management with its pairwise and group ciphers.
 PRIVACY = 0x1
 PSK_CCMP = 0x100 | 0x08 | 0x80
@@ -178,9 +179,13 @@ class NetworkSecurity(qh.QuillonTestCase):
 
         nm = MockNetworkManager(self.bus)
         self.addCleanup(nm.stop)
+        self.expect_log("host platform: NetworkManager is on the system bus")
+        # Each state on the way reaches the daemon, in order: associating, then configuring.
+        for state, reported in ((DEVICE_PREPARE, 1), (DEVICE_IP_CONFIG, 2)):
+            nm.set(nm.wifi, NM + ".Device", "State", GLib.Variant("u", state))
+            self.expect_log(f"Wifi Diconnected [{reported}]")
         nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
-        self.expect_log("host platform: NetworkManager is on the system bus", SECURE,
-                        CONNECTED_SECURE)
+        self.expect_log(SECURE, CONNECTED_SECURE)
         self.request(2, 0, "m_bSecurity [1]", STORED_SILENTLY)
         status, lines = self.network_tool()
         self.assertEqual(0, status)
