@@ -35,7 +35,6 @@ TEST(HostNetworkMapping, AccessPointFlagsGiveSecurityAndEncryptionAndSsidsReadAs
         {"WPA/WPA2 mixed: the RSN side", 0x1, kPsk | kPairTkip, kPsk | kPairCcmp, 3, 3},
         {"WPA2-PSK without a pairwise cipher", 0x1, 0, kPsk | kGroupCcmp, 3, 0},
         {"WPA3-SAE counts as WPA2-PSK", 0x1, 0, kSae | kPairCcmp | kGroupCcmp, 3, 3},
-        {"WPA2/WPA3 transition", 0x1, 0, kPsk | kSae | kPairCcmp | kGroupCcmp, 3, 3},
         {"WPA2-Enterprise", 0x1, 0, k8021x | kPairCcmp | kGroupCcmp, 4, 3},
         {"WPA-Enterprise", 0x1, k8021x | kPairTkip | kGroupTkip, 0, 4, 2},
         {"OWE is an open network, encrypted", 0x1, 0, kOwe | kPairCcmp | kGroupCcmp, 0, 3},

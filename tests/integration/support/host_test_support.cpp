@@ -13,8 +13,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "main_loop_wait.h"
-
 namespace fs = std::filesystem;
 
 namespace host_test {
@@ -97,10 +95,6 @@ int InChild(const std::function<int()>& body) {
         _exit(body());
     int status = 0;
     return pid > 0 && waitpid(pid, &status, 0) == pid ? ExitStatus(status) : -1;
-}
-
-bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms) {
-    return test_common::RunUntil(done, timeout_ms);
 }
 
 std::string ReadFile(const std::string& path) {

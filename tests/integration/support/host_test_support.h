@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "main_loop_wait.h"
+
 typedef struct _GTestDBus GTestDBus;
 
 namespace host_test {
@@ -55,7 +57,9 @@ std::string Tool(const std::vector<std::string>& args);
 int InChild(const std::function<int()>& body);
 
 // Dispatches the default main context until done() holds; false after timeout_ms.
-bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000);
+inline bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000) {
+    return test_common::RunUntil(done, timeout_ms);
+}
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
