@@ -71,19 +71,6 @@ protected:
 };
 
 TEST_F(SecureStorageTest, ItemsRoundTripSealedUnderAPrivateKeyAndBadNamesAreRefused) {
-    // Processes racing on a fresh root take the lock around making the key, so all share one.
-    std::vector<pid_t> racers;
-    for (int i = 0; i < 6; ++i) {
-        racers.push_back(fork());
-        if (racers.back() == 0)
-            _exit(-Write("racer" + std::to_string(i), "text", Cred(kWordsA)));
-    }
-    for (int i = 0; i < 6; ++i) {
-        int status = -1;
-        EXPECT_TRUE(waitpid(racers[i], &status, 0) == racers[i] && status == 0);
-        EXPECT_EQ("text", Read("racer" + std::to_string(i), a_));
-    }
-    ASSERT_EQ(SS_ERROR_NONE, ss_clear_storage(nullptr, &a_, 0));
     const std::string text = std::string("2\n[{\"devname\":\"Living room phone\"}]\0tail", 40);
     ASSERT_EQ(SS_ERROR_NONE, Write("PXM_DEVICE_LIST", text, a_));
     EXPECT_EQ(text, Read("PXM_DEVICE_LIST", a_));
