@@ -141,12 +141,9 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     EXPECT_FALSE(HasRecord(pid));
     // Failures have their own codes and leave no record.
     host_test::WriteFile(root_ + "/plain.sh", "exit 0\n");
-    for (const auto& [appid, executable] : std::vector<std::pair<std::string, std::string>>{
-             {"org.example.missing", root_ + "/no-such-file"},
-             {"org.example.plain", root_ + "/plain.sh"},
-             {"org.example.directory", root_}}) {
-        Tool({"register-app", appid, executable});
-        EXPECT_EQ(Launch(appid), AUL_R_ENOLAUNCH) << appid;
+    for (const std::string& executable : {root_ + "/no-such-file", root_ + "/plain.sh", root_}) {
+        Tool({"register-app", "org.example.broken", executable});
+        EXPECT_EQ(Launch("org.example.broken"), AUL_R_ENOLAUNCH) << executable;
     }
     EXPECT_EQ(Launch("org.example.unregistered"), AUL_R_ENOAPP);
     EXPECT_TRUE(host_test::Entries(root_ + "/running").empty());

@@ -16,7 +16,6 @@
 #include "backup/backup_store.h"
 #include "bnr.h"
 #include "host_test_support.h"
-#include "vconf.h"
 
 using host_test::RunTool;
 using host_test::Tool;
@@ -136,12 +135,8 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
 TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     Tool({"backup-request"});
     Tool({"restore-request", "OtherTV"});
-    char* backup = vconf_get_str("memory/bnr/backupcid");
-    char* restore = vconf_get_str("memory/bnr/restorecid");
-    EXPECT_STREQ(kClient, backup);
-    EXPECT_STREQ("OtherTV", restore);
-    free(backup);
-    free(restore);
+    EXPECT_EQ(std::string(kClient) + "\n", Tool({"get", "memory/bnr/backupcid"}));
+    EXPECT_EQ("OtherTV\n", Tool({"get", "memory/bnr/restorecid"}));
     Connect();
     int trigger = -1;
     ASSERT_EQ(BNR_ERROR_NONE,

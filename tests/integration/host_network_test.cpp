@@ -1,6 +1,5 @@
-// The host's network room: NetworkManager's security flags in the platform's words and
-// SSIDs as safe text. The states on the bus are followed end to end in
-// test_network_security.py.
+// The host's network room: NetworkManager's security flags in the platform's words and SSIDs
+// as safe text; the states on the bus are followed in test_network_security.py.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -12,7 +12,6 @@ import quillon_harness as qh
 
 NM = "org.freedesktop.NetworkManager"
 NM_PATH = "/org/freedesktop/NetworkManager"
-SETTINGS_PATH = NM_PATH + "/Settings"
 ACTIVE_PATH = NM_PATH + "/ActiveConnection/"
 WIRELESS = NM + ".Device.Wireless"
 ACCESS_POINT = NM + ".AccessPoint"
@@ -34,9 +33,8 @@ ABSENT = "host platform: NetworkManager is not on the system bus"
 
 
 class MockNetworkManager:
-    """The dbusmock template on the bus with one Wi-Fi device, wlan0, and the properties a
-    client reads that the template lacks: the manager's PrimaryConnection and
-    PrimaryConnectionType and the device's ActiveAccessPoint."""
+    """The dbusmock template with a Wi-Fi device, wlan0, and what a client reads that the
+    template lacks: PrimaryConnection(Type) and the device's ActiveAccessPoint."""
 
     def __init__(self, bus):
         self.process = subprocess.Popen(
@@ -105,7 +103,7 @@ class MockNetworkManager:
         settings = {"connection": {"id": GLib.Variant("s", "Wired"),
                                    "type": GLib.Variant("s", "802-3-ethernet")}}
         connection = self.conn.call_sync(
-            NM, SETTINGS_PATH, NM + ".Settings", "AddConnection",
+            NM, NM_PATH + "/Settings", NM + ".Settings", "AddConnection",
             GLib.Variant("(a{sa{sv}})", (settings,)), None, Gio.DBusCallFlags.NONE, 10000,
             None).unpack()[0]
         self.set_primary("wired", "802-3-ethernet")
@@ -123,18 +121,8 @@ class MockNetworkManager:
 
 class NetworkSecurity(qh.QuillonTestCase):
 
-    def serve_mode_0(self):
-        """Mode 0 and a prompt that answers "undecided", so a device asked about stays new."""
-        self.start_bus()
-        self.root.init()
-        self.root.platform("set-int", "db/menu/network/devicemanager/accessnoti", "0")
-        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
-        self.serve({"QUILLON_UX_ANSWER": "undecided"})
-        self.mark = 0
-
     def expect_log(self, *texts):
-        """Each text in a line of the daemon's log, in this order, after the last one
-        expected before."""
+        """Each text in a line of the daemon's log, in order, after the last one expected."""
         for text in texts:
             line = self.daemon.log.wait_for(text, 15.0, start=self.mark)
             self.assertIsNotNone(line, f"no '{text}' after line {self.mark} of:\n"
@@ -161,9 +149,15 @@ class NetworkSecurity(qh.QuillonTestCase):
         return result.returncode, result.stdout.splitlines()
 
     def test_only_a_psk_network_with_aes_stores_new_devices_without_a_prompt(self):
+        # Mode 0, and a prompt that answers "undecided", so a device asked about stays new.
+        self.start_bus()
+        self.root.init()
+        self.root.platform("set-int", "db/menu/network/devicemanager/accessnoti", "0")
+        self.root.platform("register-app", qh.UX_APP_ID, qh.program("quillon-ux"))
+        self.serve({"QUILLON_UX_ANSWER": "undecided"})
+        self.mark = 0
         # NetworkManager comes after the daemon: start-up did not wait for it, and says once
         # why the network is unknown.
-        self.serve_mode_0()
         self.expect_log("[2/5] WiFi init >> Success", "[3/5] WifiConnectionState callback",
                         NO_MANAGER)
         self.request(1, 2, NO_MANAGER)

@@ -1,6 +1,5 @@
-// Scaffolding the host-platform tests share: a private platform root per test, a private
-// message bus, quillon-platform and forked children run to their end, bounded waits on the
-// default main context and small file helpers.
+// What the host-platform tests share: a platform root and a message bus of their own,
+// quillon-platform and forked children run to their end, waits and file helpers.
 #pragma once
 
 #include <functional>
