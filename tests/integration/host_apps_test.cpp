@@ -130,9 +130,7 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     EXPECT_EQ(aul_app_is_running(kUxAppId), 0);
     EXPECT_TRUE(deaths_.empty());
     ASSERT_TRUE(WaitForDeaths(1));
-    EXPECT_EQ(ReadFile(out),
-              "--DEVICENAME=My Phone\n--MIRRORINGID=\n"
-              "--ZELID=a=b c\n");
+    EXPECT_EQ(ReadFile(out), "--DEVICENAME=My Phone\n--MIRRORINGID=\n--ZELID=a=b c\n");
     // The listener could still name the app; reported once; reaped; its record gone.
     EXPECT_EQ(deaths_, Texts{std::to_string(pid) + " " + kUxAppId});
     errno = 0;

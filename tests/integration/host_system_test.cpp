@@ -102,6 +102,7 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
     EXPECT_TRUE(replaced.empty());
     EXPECT_EQ(device_power_unsubscribe_standby(RecordStandby), DEVICE_ERROR_NONE);
     EXPECT_EQ(device_power_unsubscribe_standby(RecordStandby), DEVICE_ERROR_INVALID_PARAMETER);
+    ASSERT_TRUE(host::settings::Sync()) << "our write lands before the root is removed";
     events.clear();
     host_test::PrivateBus bus;
     ASSERT_FALSE(bus.address().empty());
