@@ -16,7 +16,6 @@
 #include "backup/backup_store.h"
 #include "bnr.h"
 #include "host_test_support.h"
-#include "vconf.h"
 
 using host_test::RunTool;
 using host_test::Tool;
@@ -72,13 +71,10 @@ protected:
 TEST_F(HostBackup, StrictJsonBackupsAreStoredAnsweredOffTheCallerAndTheLastTwentyKept) {
     Connect();
     const std::string deep = std::string(600, '[') + std::string(600, ']');
-    for (const std::string& bad :
-         {std::string(), std::string("[1,"), std::string("{'a': 1}"), std::string("[1] x"),
-          std::string("[1,]"), std::string("01"), std::string("1."), std::string("-"),
-          std::string("{\"a\" 1}"), std::string("{1: 2}"), std::string("\"a\x01\""),
-          std::string("\"\\x\""), std::string("\"\\ud800\""), std::string("nul"),
-          std::string("[1] // note"), std::string("[2e440]"), deep})
-        EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_backup(kClient, bad.c_str(), nullptr)) << bad;
+    for (const char* bad :
+         {"", "[1,", "{'a': 1}", "[1] x", "[1,]", "01", "1.", "-", "{\"a\" 1}", "{1: 2}",
+          "\"a\x01\"", "\"\\x\"", "\"\\ud800\"", "nul", "[1] // note", "[2e440]", deep.c_str()})
+        EXPECT_EQ(BNR_ERROR_INVALID_PARAMETER, bnr_backup(kClient, bad, nullptr)) << bad;
     EXPECT_FALSE(host::backup::NewestVersion(kClient));
     for (const char* good : {"\xEF\xBB\xBF [true, false]", "\"\\ud83d\\ude00 \\/\"",
                              "{\"a\": -0.5e+3, \"a\": {}}", "[123456789012345678901234]", "null"})
@@ -139,12 +135,8 @@ TEST_F(HostBackup, RestoreHandsBackTheNewestPayloadUnderListAndOutcomesAreRecord
 TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     Tool({"backup-request"});
     Tool({"restore-request", "OtherTV"});
-    char* backup = vconf_get_str("memory/bnr/backupcid");
-    char* restore = vconf_get_str("memory/bnr/restorecid");
-    EXPECT_STREQ(kClient, backup);
-    EXPECT_STREQ("OtherTV", restore);
-    free(backup);
-    free(restore);
+    EXPECT_EQ(std::string(kClient) + "\n", Tool({"get", "memory/bnr/backupcid"}));
+    EXPECT_EQ("OtherTV\n", Tool({"get", "memory/bnr/restorecid"}));
     Connect();
     int trigger = -1;
     ASSERT_EQ(BNR_ERROR_NONE,

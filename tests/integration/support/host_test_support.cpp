@@ -2,7 +2,6 @@
 
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,8 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-
-#include "main_loop_wait.h"
 
 namespace fs = std::filesystem;
 
@@ -97,10 +94,6 @@ int InChild(const std::function<int()>& body) {
         _exit(body());
     int status = 0;
     return pid > 0 && waitpid(pid, &status, 0) == pid ? ExitStatus(status) : -1;
-}
-
-bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms) {
-    return test_common::RunUntil(done, timeout_ms);
 }
 
 std::string ReadFile(const std::string& path) {

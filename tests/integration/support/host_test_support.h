@@ -1,11 +1,12 @@
-// Scaffolding the host-platform tests share: a private platform root per test, a private
-// message bus, quillon-platform and forked children run to their end, bounded waits on the
-// default main context and small file helpers.
+// What the host-platform tests share: a platform root and a message bus of their own,
+// quillon-platform and forked children run to their end, waits and file helpers.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "main_loop_wait.h"
 
 typedef struct _GTestDBus GTestDBus;
 
@@ -55,7 +56,9 @@ std::string Tool(const std::vector<std::string>& args);
 int InChild(const std::function<int()>& body);
 
 // Dispatches the default main context until done() holds; false after timeout_ms.
-bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000);
+inline bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000) {
+    return test_common::RunUntil(done, timeout_ms);
+}
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
