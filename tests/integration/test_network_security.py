@@ -36,14 +36,12 @@ class MockNetworkManager:
     """The dbusmock template with a Wi-Fi device, wlan0, and what a client reads that the
     template lacks: PrimaryConnection(Type) and the device's ActiveAccessPoint."""
 
-    def __init__(self, bus):
-        self.process = subprocess.Popen(
-            ["/usr/bin/python3", "-m", "dbusmock", "--system", "--template", "networkmanager"],
-            env={**os.environ, **bus.env()}, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL)
-        if not qh.wait_until(lambda: bus.name_has_owner(NM), 20.0):
-            self.stop()
-            raise AssertionError("the NetworkManager mock did not take its name")
+    def __init__(self, test):
+        bus = test.bus
+        self.process = test.spawn(["/usr/bin/python3", "-m", "dbusmock", "--system",
+                                   "--template", "networkmanager"], {**os.environ, **bus.env()})
+        test.assertTrue(qh.wait_until(lambda: bus.name_has_owner(NM), 20.0),
+                        "the NetworkManager mock did not take its name")
         flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
                  Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
         self.conn = Gio.DBusConnection.new_for_address_sync(bus.address, flags, None, None)
@@ -111,12 +109,8 @@ class MockNetworkManager:
                   ([eth], connection, "/", "wired", CONNECTION_ACTIVATED))
 
     def stop(self):
-        if getattr(self, "conn", None) is not None:
-            self.conn.close_sync(None)
-            self.conn = None
-        if self.process.poll() is None:
-            self.process.terminate()
-            self.process.wait(timeout=10)
+        self.conn.close_sync(None)
+        self.process.stop()
 
 
 class NetworkSecurity(qh.QuillonTestCase):
@@ -165,8 +159,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.assertEqual((1, "verdict: not secure: NetworkManager is not on the system bus"),
                          (status, lines[-1]))
 
-        nm = MockNetworkManager(self.bus)
-        self.addCleanup(nm.stop)
+        nm = MockNetworkManager(self)
         self.expect_log("host platform: NetworkManager is on the system bus")
         # Each state on the way reaches the daemon, in order: associating, then configuring.
         for state, reported in ((DEVICE_PREPARE, 1), (DEVICE_IP_CONFIG, 2)):
@@ -192,8 +185,7 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.request(3, 2, "WIFI is not connected[0]", "m_bSecurity [0]")
         nm.leave("home")
 
-        # WPA2-PSK with TKIP (an open network and SSIDs that are not UTF-8 are rows of
-        # HostNetworkMapping).
+        # WPA2-PSK with TKIP; an open network whose SSID is not UTF-8.
         self.mark = len(self.daemon.log.lines())
         nm.join("cafe", b"Cafe", PRIVACY, 0, PSK_TKIP)
         self.expect_log("Wifi Security level is NOT OK TYPE[3] ENCRYPTION[2]", "AP is [Cafe]",
@@ -205,24 +197,30 @@ class NetworkSecurity(qh.QuillonTestCase):
         self.assertIn("verdict: not secure: the encryption is neither aes nor tkip+aes", lines)
         nm.leave("cafe")
         self.expect_log(DISCONNECTED)
+        nm.join("open", b"Caf\xe9\\\n", 0, 0, 0)
+        self.expect_log("NOT OK TYPE[0] ENCRYPTION[0]", "AP is [Caf\\xe9\\\\\\x0a]",
+                        CONNECTED_INSECURE)
+        self.request(5, 2, "NOT OK TYPE[0] ENCRYPTION[0]")
+        nm.leave("open")
+        self.expect_log(DISCONNECTED)
 
         # Back on the secure network: restored without a request in between.
         nm.join("home", b"Home", PRIVACY, 0, PSK_CCMP)
         self.expect_log(SECURE, "AP is [Home]", CONNECTED_SECURE)
-        self.request(5, 0, "m_bSecurity [1]", STORED_SILENTLY)
+        self.request(6, 0, "m_bSecurity [1]", STORED_SILENTLY)
 
         # An Ethernet cable beside it: the Wi-Fi stays up but is no longer the connection.
         nm.plug_ethernet()
         self.expect_log("WIFI is not connected[3]", CONNECTED_INSECURE)
-        self.request(6, 2, "WIFI is not connected[3]", "m_bSecurity [0]")
+        self.request(7, 2, "WIFI is not connected[3]", "m_bSecurity [0]")
 
         # NetworkManager leaving the bus is a disconnect.
         nm.stop()
         self.expect_log("host platform: NetworkManager left the system bus", DISCONNECTED)
-        self.request(7, 2, NO_MANAGER)
+        self.request(8, 2, NO_MANAGER)
         self.assertEqual(1, self.daemon.log.text().count(ABSENT))
         elements, count = self.client.call("pxm_get_list")
-        self.assertEqual((2, ["Phone 2", "Phone 5"]), (count, [e[0] for e in elements]))
+        self.assertEqual((2, ["Phone 2", "Phone 6"]), (count, [e[0] for e in elements]))
 
 
 if __name__ == "__main__":
