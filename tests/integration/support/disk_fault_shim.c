@@ -5,10 +5,10 @@
 //   QUILLON_DISK_FAULT_SWITCH  ... while this file exists
 //
 // The switch file's content says how: an errno name (ENOSPC, the default, or EIO), then the
-// calls that fail, separated by blanks (all of write, writev, pwrite, pwrite64, fsync,
-// fdatasync, rename, renameat, renameat2 when none are named). "EIO fsync fdatasync" is a disk
-// that takes the data and loses it at the flush. Everything else goes to the C library
-// untouched, so the switch can be flipped while the process runs.
+// calls that fail, separated by blanks (when none are named, all of those below: the ones the
+// daemon and its libraries call). "EIO fsync fdatasync" is a disk that takes the data and
+// loses it at the flush. Everything else goes to the C library untouched, so the switch can
+// be flipped while the process runs.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -103,11 +103,6 @@ ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
     return next(fd, iov, iovcnt);
 }
 
-ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
-    STAND_IN_FOR(pwrite, FdUnderFaultDir(fd))
-    return next(fd, buf, count, offset);
-}
-
 // SQLite writes its database and its write-ahead log with this one.
 ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset) {
     STAND_IN_FOR(pwrite64, FdUnderFaultDir(fd))
@@ -129,12 +124,7 @@ int rename(const char* from, const char* to) {
     return next(from, to);
 }
 
-// The *at forms are taken to name absolute paths, as every caller in the platform does.
-int renameat(int from_dir, const char* from, int to_dir, const char* to) {
-    STAND_IN_FOR(renameat, UnderFaultDir(from) || UnderFaultDir(to))
-    return next(from_dir, from, to_dir, to);
-}
-
+// Taken to name absolute paths, as every caller in the platform does.
 int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned int flags) {
     STAND_IN_FOR(renameat2, UnderFaultDir(from) || UnderFaultDir(to))
     return next(from_dir, from, to_dir, to, flags);
