@@ -186,10 +186,6 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
     PXMBackupRestore::m_BnrCallback(BNR_RESPONSE_RESTORE_DATA, &resp, client.get());
     EXPECT_EQ(1u, fake::CallCount("bnr_report_success"));
     core->DB_WaitForSaves();
-    Names restored;
-    for (const pxm_core_device_s& d : core->mDeviceList) {
-        restored.push_back(unit::Text(d));
-    }
     EXPECT_EQ(
         "Bt|AA:BB:CC:DD:EE:01|AA:BB:CC:DD:EE:02|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
         "Wifi|0|aa:bb:cc:dd:ee:ff|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0\n"
@@ -197,7 +193,7 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
         "NoKey|AA:BB:CC:DD:EE:04|0|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
         "OddKey|AA:BB:CC:DD:EE:05|0|0|0|0|3|4|1|1|1|0|1800000000000|0|3|0\n"
         "EmptyKey|AA:BB:CC:DD:EE:06|0|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0",
-        Join(restored, "\n"));
+        unit::Texts(core->mDeviceList));
 }
 
 // What Backup sends for each shape of the list, each record argument and each kind, and

@@ -1,15 +1,12 @@
 // The registry's lists: adding (merging duplicates, the no-change flag, refused verdicts,
 // the wake-up tables per list, eviction from the Bluetooth power-on table), copies,
-// removals, and the lock discipline every operation keeps.
+// removals.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -246,46 +243,6 @@ TEST_F(RegistryOps, CopiesRemovalsAndRemoveAll) {
     fake::SetResult("bt_headless_open_db", -1);
     EXPECT_FALSE(core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL));
     EXPECT_TRUE(core->mDeviceList.empty());
-}
-
-TEST_F(RegistryOps, OperationsReleaseTheListLockAndNeverWaitForTheFileLock) {
-    core->mFileLock.Lock();  // as a save or the loader would hold it
-    pxm_core_device_s d = Full("N", "AA:00:00:00:00:05", "11:00:00:00:00:05", "");
-    pxm_core_device_s out{};
-    int count = 0;
-    pxm_core_device_s* list = nullptr;
-    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
-        {"add", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
-        {"merge", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
-        {"get", [&] { core->CMD_GetDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
-        {"get-miss", [&] { core->CMD_GetDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
-        {"get-all", [&] { core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL); }},
-        {"remove",
-         [&] { core->INTERNAL_RemoveDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
-        {"remove-miss",
-         [&] { core->INTERNAL_RemoveDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
-        {"clear-update", [&] { core->UTIL_ClearUpdate(); }},
-        {"remove-all", [&] { core->CMD_RemoveAllDevices(PXM_SAVE_NORMAL); }},
-        {"remove-all-reverse", [&] { core->CMD_RemoveAllDevices(PXM_SAVE_REVERSE); }},
-    };
-    std::string leaked;
-    auto ops = std::async(std::launch::async, [&] {
-        for (const auto& step : steps) {
-            step.second();
-            // Unlock succeeds only for the owner: true means the operation kept the lock.
-            if (core->mPXMLock.Unlock()) {
-                leaked += std::string(step.first) + " ";
-            }
-        }
-    });
-    if (ops.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
-        // A blocked operation can be neither joined nor abandoned: report and leave.
-        fprintf(stderr, "an operation waited for mFileLock\n");
-        std::_Exit(1);
-    }
-    core->mFileLock.Unlock();
-    free(list);
-    EXPECT_EQ("", leaked) << "operations that kept mPXMLock";
 }
 
 }  // namespace
