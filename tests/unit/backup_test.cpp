@@ -261,7 +261,7 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
     }
 }
 
-// ---- which bus events send the list ----------------------------------------------------
+// ---- which bus events announce and send the list -----------------------------------------
 
 using handler_bus::MacInd;
 using handler_bus::MacIndValue;
@@ -277,41 +277,49 @@ GVariant* Ask(const char* name, const char* bt, int status, int no_ux = 1) {
 
 using BackupEvents = handler_bus::HandlerTest;
 
-TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) {
+// Each step as the client sees it: the status signal, if any, and the backup sent after it.
+TEST_F(BackupEvents, EveryChangeOfTheNormalListIsAnnouncedAndSentAsItStandsAfterTheChange) {
     Start();
     const char* const kA = "AA:BB:CC:DD:EE:01";
     const char* const kB = "AA:BB:CC:DD:EE:02";
     const std::string kBoth = "AABBCCDDEE01 AABBCCDDEE02";
+    // An empty address goes out as the placeholder.
+    const std::string kA0 = "('AA:BB:CC:DD:EE:01', '0', '0', 0)";
+    const std::string kB0 = "('AA:BB:CC:DD:EE:02', '0', '0', 0)";
     // sent: the keys of the list that was sent, "-" for none.
     const struct {
         const char* method;
         GVariant* args;
-        std::string sent;
+        std::string sent, signal;
     } steps[] = {
-        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01"},
-        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01"},
-        {"pxm_request_access_reverse", Ask("Rev", kB, 0), "-"},
-        {"pxm_request_access", Ask("Beta", kB, 0, 0), "-"},  // the prompt is launched
-        {"pxm_feedback_ux", Ask("Beta", kB, 2, 0), "-"},
-        {"pxm_feedback_ux", Ask("Beta", kB, 0, 0), kBoth},
-        {"pxm_set_status", MacIndValue(kA, 1, 1), kBoth},
-        {"pxm_set_status", MacIndValue(kA, 1, 1), "-"},
-        {"pxm_set_tv_init_mirroring_status", MacIndValue(kA, 1, 1), "-"},
-        {"pxm_remove_device", MacInd(kB, 1), "AABBCCDDEE01"},
-        {"pxm_remove_device", MacInd(kB, 1), "-"},
-        {"pxm_remove_device_reverse", MacInd(kB, 1), "-"},
-        {"pxm_remove_all", nullptr, "[]"},
-        {"pxm_remove_all_reverse", nullptr, "-"},
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", kA0},
+        // The same device again changes nothing worth a signal.
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", ""},
+        // The reverse list is decided, but never announced.
+        {"pxm_request_access_reverse", Ask("Rev", kB, 0), "-", ""},
+        {"pxm_request_access", Ask("Beta", kB, 0, 0), "-", ""},  // the prompt is launched
+        {"pxm_feedback_ux", Ask("Beta", kB, 2, 0), "-", "('AA:BB:CC:DD:EE:02', '0', '0', 2)"},
+        {"pxm_feedback_ux", Ask("Beta", kB, 0, 0), kBoth, kB0},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), kBoth, "('AA:BB:CC:DD:EE:01', '0', '0', 1)"},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_set_tv_init_mirroring_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_remove_device", MacInd(kB, 1), "AABBCCDDEE01", "('AA:BB:CC:DD:EE:02', '0', '0', 3)"},
+        {"pxm_remove_device", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_device_reverse", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_all", nullptr, "[]", "('0', '0', '0', 4)"},
+        {"pxm_remove_all_reverse", nullptr, "-", ""},
     };
     int n = 0;
     for (const auto& step : steps) {
         SCOPED_TRACE(std::to_string(n++) + " " + step.method);
         fake::ClearJournal();
         fake::ClearLogs();
+        client.events.clear();
         const std::string method = step.method;
         client.Call(method == "pxm_feedback_ux" ? PXM_DBUS_UX_INTERFACE : handler_bus::kSet,
                     step.method, step.args);
-        client.Flush();
+        EXPECT_EQ(step.signal, Join(SignalBodies()));
+        EXPECT_FALSE(core->m_bNoDataChanged) << "the flag is spent by the call that read it";
         Names sent;
         for (const fake::Call& call : fake::Calls("bnr_backup")) {
             sent.push_back(Keys(call.args.at(1)));
@@ -325,6 +333,11 @@ TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) 
             EXPECT_LT(signal, fake::FindLog("[DBusServer] Backup called. "));
         }
     }
+    // A reverse request that asks the user is answered so, but nobody waits for the prompt.
+    EXPECT_EQ("(2,)",
+              client.Call(handler_bus::kSet, "pxm_request_access_reverse", Ask("Rev", kB, 0, 0)));
+    EXPECT_EQ(0u, server->m_nUxTimerId);
+    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// The access request and the prompt's answer over the bus: the verdict in the reply, the
-// signal after it, the pending prompt and its 35 s timer, the reverse list that announces
-// nothing, what each answer of the prompt stores, announces and does to the timer, and
-// what the timer's expiry reports.
+// The access request and the prompt's answer over the bus: the pending prompt and its 35 s
+// timer, what each answer of the prompt stores, announces and does to the timer, and what the
+// timer's expiry reports.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -19,43 +18,7 @@ using handler_bus::Request;
 
 const char kBt[] = "AA:BB:CC:DD:EE:01";
 
-Request Forced() {
-    Request r;
-    r.bt = kBt;
-    r.wifi = "AA:BB:CC:DD:EE:02";
-    r.no_ux = 1;
-    return r;
-}
-
 using Handlers = handler_bus::HandlerTest;
-
-TEST_F(Handlers, AForcedVerdictIsStoredAndAnnouncedOnceOnlyAndTheReverseListNever) {
-    Start();
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    // The empty P2P address goes out as the placeholder.
-    EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 0)"},
-              SignalBodies());
-    EXPECT_TRUE(fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN));
-    // The same device again changes nothing worth a signal, and the flag is consumed.
-    client.events.clear();
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_FALSE(core->m_bNoDataChanged);
-    core->DB_WaitForSaves();
-    EXPECT_EQ(1u, core->mDeviceList.size());
-
-    // The reverse list is decided, but neither announced nor waited for.
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access_reverse", Forced().Variant()));
-    Request ask;
-    ask.bt = "AA:BB:CC:DD:EE:41";
-    EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access_reverse", ask.Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
-    core->DB_WaitForSaves();
-    EXPECT_EQ(1u, core->mReverseDeviceList.size());
-    EXPECT_EQ(1u, core->mDeviceList.size());
-}
 
 // A new device is asked about: it waits as the pending prompt, undecided, guarded by the
 // timer, and another request meanwhile is turned away. Then an allow is stored and stops the
@@ -89,8 +52,9 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         ASSERT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
         const guint timer = server->m_nUxTimerId;
         EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, timer));
-        Request other = Forced();
+        Request other;
         other.bt = "AA:BB:CC:DD:EE:31";
+        other.no_ux = 1;
         EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
         EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
         EXPECT_EQ(timer, server->m_nUxTimerId);
