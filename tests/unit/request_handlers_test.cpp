@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "dlog.h"
 #include "fake_platform.h"
 #include "handler_bus.h"
 
