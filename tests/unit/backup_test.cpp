@@ -154,6 +154,7 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
     Prepare(false);
     Store("Bt", "AA:BB:CC:DD:EE:01", "AA:BB:CC:DD:EE:02", "", 0);
     Store("Wifi", "", "aa:bb:cc:dd:ee:ff", "", 1);
+    core->mDeviceList.back().devstatus = 0;
     Store("P2p", "", "", "AA-BB-CC-DD-EE-03", 2);
     Store("NoKey", "AA:BB:CC:DD:EE:04", "", "", -1);
     Store("OddKey", "AA:BB:CC:DD:EE:05", "", "", 3);
@@ -177,23 +178,31 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
 
     // What was sent comes back from a restore, wrapped as the service returns it, field for
     // field but for the two identifiers a backup leaves out (saved as the placeholder), with
-    // the time and the silent flags a restore sets.
-    core->mDeviceList.clear();
+    // the time and the silent flags a restore sets. A device already known takes the restored
+    // fields and verdict but keeps its mirroring flag; allowed devices enter the wake-up tables,
+    // denied ones do not. A restore neither asks the user nor backs up.
+    core->mDeviceList = {unit::Device("Known", "AA:BB:CC:DD:EE:01")};
     core->mReverseDeviceList.clear();
+    fake::ClearJournal();
     fake::SetRealtime(1800000000, 0);
     std::string wrapped = "{\"list\": " + text + "}";
     bnr_resp_data_s resp{&wrapped[0], static_cast<int>(wrapped.size())};
     PXMBackupRestore::m_BnrCallback(BNR_RESPONSE_RESTORE_DATA, &resp, client.get());
-    EXPECT_EQ(1u, fake::CallCount("bnr_report_success"));
+    EXPECT_EQ("report_success", ServiceCalls());
+    EXPECT_EQ(0u, fake::CallCount("aul_launch_app"));
+    EXPECT_EQ(Names{"aa:bb:cc:dd:ee:ff"}, fake::WakerTable());
+    EXPECT_TRUE(fake::HeadlessTable().empty());
     core->DB_WaitForSaves();
     EXPECT_EQ(
-        "Bt|AA:BB:CC:DD:EE:01|AA:BB:CC:DD:EE:02|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
-        "Wifi|0|aa:bb:cc:dd:ee:ff|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0\n"
+        "Bt|AA:BB:CC:DD:EE:01|AA:BB:CC:DD:EE:02|0|0|0|3|4|1|0|1|0|1800000000000|0|0|0\n"
+        "Wifi|0|aa:bb:cc:dd:ee:ff|0|0|0|3|4|0|1|1|0|1800000000000|1|1|0\n"
         "P2p|0|0|AA-BB-CC-DD-EE-03|0|0|3|4|1|1|1|0|1800000000000|0|2|0\n"
         "NoKey|AA:BB:CC:DD:EE:04|0|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
         "OddKey|AA:BB:CC:DD:EE:05|0|0|0|0|3|4|1|1|1|0|1800000000000|0|3|0\n"
         "EmptyKey|AA:BB:CC:DD:EE:06|0|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0",
         unit::Texts(core->mDeviceList));
+    EXPECT_EQ(6u,
+              unit::ParseJson(fake::SecureItem(PXM_STORAGE_ITEM).value_or("").substr(2)).size());
 }
 
 // What Backup sends for each shape of the list, each record argument and each kind, and
