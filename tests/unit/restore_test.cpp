@@ -148,20 +148,18 @@ TEST_F(RestoreThreads, ARestoreBesideBusRequestsLosesAndDuplicatesNothing) {
     EXPECT_EQ(0u, fake::CallCount("bnr_report_failure"));
     EXPECT_TRUE(unit::LockIsFree(core->mPXMLock));
 
+    // Each device once, with its verdict: main devices were all set to denied, restored ones
+    // keep their own.
     std::multiset<std::string> expected, stored;
-    for (int n = 0; n < added; ++n) {
-        expected.insert(Mac(1, n));
-    }
     for (int n = 0; n < kRounds; ++n) {
-        expected.insert(Mac(2, n));
+        expected.insert(Mac(2, n) + "=" + std::to_string(n % 2));
+    }
+    for (int n = 0; n < added; ++n) {
+        expected.insert(Mac(1, n) + "=1");
     }
     core->mPXMLock.Lock();
     for (const pxm_core_device_s& rec : core->mDeviceList) {
-        stored.insert(rec.wifi_mac);
-        std::string mac = rec.wifi_mac;
-        // Main devices were all set to denied; restored ones keep their own verdict.
-        int status = mac[1] == '1' ? 1 : std::stoi(mac.substr(15), nullptr, 16) % 2;
-        EXPECT_EQ(status, rec.devstatus) << mac;
+        stored.insert(rec.wifi_mac + ("=" + std::to_string(rec.devstatus)));
     }
     core->mPXMLock.Unlock();
     EXPECT_EQ(expected, stored);
