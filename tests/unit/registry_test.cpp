@@ -3,7 +3,6 @@
 // removals.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -40,10 +39,6 @@ pxm_core_device_s Full(const char* name, const char* bt, const char* wifi, const
     return d;
 }
 
-bool Contains(const std::vector<std::string>& table, const std::string& mac) {
-    return std::find(table.begin(), table.end(), mac) != table.end();
-}
-
 class RegistryAdd : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -60,17 +55,7 @@ protected:
     CPXMCore* core = CPXMCore::GetInstance();
 };
 
-// Three records X, Y, Z in the normal list, one R in the reverse list.
-class RegistryOps : public RegistryAdd {
-protected:
-    void SetUp() override {
-        RegistryAdd::SetUp();
-        core->mDeviceList = {Full("X", "AA:00:00:00:00:01", "11:00:00:00:00:01", ""),
-                             Full("Y", "AA:00:00:00:00:02", "11:00:00:00:00:02", ""),
-                             Full("Z", "", "", "22:00:00:00:00:03")};
-        core->mReverseDeviceList = {Full("R", "AA:00:00:00:00:09", "11:00:00:00:00:09", "")};
-    }
-};
+using RegistryOps = RegistryAdd;
 
 TEST_F(RegistryAdd, RequestMatchingTwoRecordsMergesIntoTheFirstAndFoldsTheSecond) {
     pxm_core_device_s a = Dev("Phone A", "AA:00:00:00:00:01", "11:00:00:00:00:01");
@@ -115,7 +100,8 @@ TEST_F(RegistryAdd, OnlyMergesTouchTheTablesForTheReverseListAndOddVerdictsAreRe
     EXPECT_EQ(std::vector<std::string>{"AA:00:00:00:00:01"}, fake::HeadlessTable());
     ASSERT_TRUE(Add(rev, PXM_SAVE_REVERSE));
     EXPECT_EQ(1u, core->mReverseDeviceList.size());
-    EXPECT_TRUE(Contains(fake::HeadlessTable(), "AA:00:00:00:00:03"));
+    EXPECT_EQ((std::vector<std::string>{"AA:00:00:00:00:01", "AA:00:00:00:00:03"}),
+              fake::HeadlessTable());
 
     core->DB_WaitForSaves();
     fake::ClearJournal();
@@ -155,7 +141,7 @@ TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWer
         core->DB_WaitForSaves();
 
         EXPECT_EQ(row.evicted ? 6u : 7u, core->mDeviceList.size());
-        EXPECT_TRUE(Contains(fake::HeadlessTable(), "AA:00:00:00:00:07"));
+        EXPECT_EQ(std::vector<std::string>{"AA:00:00:00:00:07"}, fake::HeadlessTable());
         if (row.evicted) {
             for (const pxm_core_device_s& rec : core->mDeviceList) {
                 EXPECT_STRNE("AA:00:00:00:00:06", rec.bt_mac);
@@ -174,6 +160,10 @@ TEST_F(RegistryAdd, SeventhBluetoothDeviceEvictsTheOldestOnlyWhenSixOlderOnesWer
 // take it out of the tables of the normal list only; remove-all clears the tables only for
 // the normal list.
 TEST_F(RegistryOps, CopiesRemovalsAndRemoveAll) {
+    core->mDeviceList = {Full("X", "AA:00:00:00:00:01", "11:00:00:00:00:01", ""),
+                         Full("Y", "AA:00:00:00:00:02", "11:00:00:00:00:02", ""),
+                         Full("Z", "", "", "22:00:00:00:00:03")};
+    core->mReverseDeviceList = {Full("R", "AA:00:00:00:00:09", "11:00:00:00:00:09", "")};
     int count = -1;
     pxm_core_device_s* list = nullptr;
     ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL));
@@ -211,11 +201,8 @@ TEST_F(RegistryOps, CopiesRemovalsAndRemoveAll) {
     EXPECT_TRUE(remove("AA:00:00:00:00:09", 1, PXM_SAVE_REVERSE));
     EXPECT_TRUE(core->mReverseDeviceList.empty());
     EXPECT_EQ(0u, fake::CallCount("bt_headless_open_db"));
-    pxm_core_device_s sentinel{};
-    list = &sentinel;
     ASSERT_TRUE(core->CMD_GetAllDevices(&count, &list, PXM_SAVE_REVERSE));
     EXPECT_EQ(0, count);
-    EXPECT_EQ(&sentinel, list);
 
     // The last save finds both lists empty and clears the stored list.
     core->DB_WaitForSaves();

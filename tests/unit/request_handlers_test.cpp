@@ -74,10 +74,9 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         const long replied = client.IndexOf("reply", "pxm_feedback_ux");
         EXPECT_EQ(*row.reply != '\0', replied >= 0);
         EXPECT_EQ(-1, client.IndexOf("error", "pxm_feedback_ux"));
-        EXPECT_EQ(*row.reply != '\0' ? std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', " +
-                                                                std::to_string(row.status) + ")"}
-                                     : std::vector<std::string>{},
-                  SignalBodies());
+        EXPECT_EQ(
+            *row.reply ? "('AA:BB:CC:DD:EE:01', '0', '0', " + std::to_string(row.status) + ")" : "",
+            unit::Join(SignalBodies()));
         core->DB_WaitForSaves();
         if (row.stored >= 0) {
             ASSERT_EQ(1u, core->mDeviceList.size());
@@ -143,8 +142,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
 
         EXPECT_EQ(row.result, PXMDBusServer::m_ExpiredUxTimer(server));
 
-        EXPECT_EQ(*row.signal ? std::vector<std::string>{row.signal} : std::vector<std::string>{},
-                  SignalBodies());
+        EXPECT_EQ(row.signal, unit::Join(SignalBodies()));
         EXPECT_EQ(0u, server->m_nUxTimerId);
         EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
         EXPECT_EQ(row.cleared, memcmp(&zero, &server->m_UxPendingDevice, sizeof(zero)) == 0);
