@@ -1,6 +1,6 @@
 // Backups: the service client's connection and the requests it serves, each entry's key and
-// fields, the list as a whole (null when empty, "[]" after a remove-all), the two paths that
-// send it, and which bus events send it.
+// fields and its restore, the list as a whole, the two paths that send it, and which bus events
+// send it.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -90,8 +90,8 @@ TEST(BackupClient, ConnectionsRegisterOnceAndOnlyRequestsForThisClientAreServed)
     EXPECT_EQ((Names{kClientId, kClientId}), unit::FirstArgs("bnr_report_failure"));
     EXPECT_EQ(1u, fake::CallCount("bnr_init")) << "no answer reconnects";
     client.m_UnRegisterBnrVconfs();
-    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/restorecid"));
-    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/backupcid"));
+    EXPECT_EQ(0u, fake::VconfListenerCount("memory/bnr/restorecid") +
+                      fake::VconfListenerCount("memory/bnr/backupcid"));
     // Released even when the service refuses, so that the next connection registers afresh.
     fake::SetResult("bnr_callback_deregister", -6);
     client.BnrDeinit();
@@ -154,6 +154,7 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
     Prepare(false);
     Store("Bt", "AA:BB:CC:DD:EE:01", "AA:BB:CC:DD:EE:02", "", 0);
     Store("Wifi", "", "aa:bb:cc:dd:ee:ff", "", 1);
+    core->mDeviceList.back().devstatus = 0;
     Store("P2p", "", "", "AA-BB-CC-DD-EE-03", 2);
     Store("NoKey", "AA:BB:CC:DD:EE:04", "", "", -1);
     Store("OddKey", "AA:BB:CC:DD:EE:05", "", "", 3);
@@ -177,27 +178,31 @@ TEST_F(BackupPayload, EachEntryIsKeyedByItsKeyTypeAndRestoresToTheRecordWithoutI
 
     // What was sent comes back from a restore, wrapped as the service returns it, field for
     // field but for the two identifiers a backup leaves out (saved as the placeholder), with
-    // the time and the silent flags a restore sets.
-    core->mDeviceList.clear();
+    // the time and the silent flags a restore sets. A device already known takes the restored
+    // fields and verdict but keeps its mirroring flag; allowed devices enter the wake-up tables,
+    // denied ones do not. A restore neither asks the user nor backs up.
+    core->mDeviceList = {unit::Device("Known", "AA:BB:CC:DD:EE:01")};
     core->mReverseDeviceList.clear();
+    fake::ClearJournal();
     fake::SetRealtime(1800000000, 0);
     std::string wrapped = "{\"list\": " + text + "}";
     bnr_resp_data_s resp{&wrapped[0], static_cast<int>(wrapped.size())};
     PXMBackupRestore::m_BnrCallback(BNR_RESPONSE_RESTORE_DATA, &resp, client.get());
-    EXPECT_EQ(1u, fake::CallCount("bnr_report_success"));
+    EXPECT_EQ("report_success", ServiceCalls());
+    EXPECT_EQ(0u, fake::CallCount("aul_launch_app"));
+    EXPECT_EQ(Names{"aa:bb:cc:dd:ee:ff"}, fake::WakerTable());
+    EXPECT_TRUE(fake::HeadlessTable().empty());
     core->DB_WaitForSaves();
-    Names restored;
-    for (const pxm_core_device_s& d : core->mDeviceList) {
-        restored.push_back(unit::Text(d));
-    }
     EXPECT_EQ(
-        "Bt|AA:BB:CC:DD:EE:01|AA:BB:CC:DD:EE:02|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
-        "Wifi|0|aa:bb:cc:dd:ee:ff|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0\n"
+        "Bt|AA:BB:CC:DD:EE:01|AA:BB:CC:DD:EE:02|0|0|0|3|4|1|0|1|0|1800000000000|0|0|0\n"
+        "Wifi|0|aa:bb:cc:dd:ee:ff|0|0|0|3|4|0|1|1|0|1800000000000|1|1|0\n"
         "P2p|0|0|AA-BB-CC-DD-EE-03|0|0|3|4|1|1|1|0|1800000000000|0|2|0\n"
         "NoKey|AA:BB:CC:DD:EE:04|0|0|0|0|3|4|1|1|1|0|1800000000000|0|0|0\n"
         "OddKey|AA:BB:CC:DD:EE:05|0|0|0|0|3|4|1|1|1|0|1800000000000|0|3|0\n"
         "EmptyKey|AA:BB:CC:DD:EE:06|0|0|0|0|3|4|1|1|1|0|1800000000000|0|1|0",
-        Join(restored, "\n"));
+        unit::Texts(core->mDeviceList));
+    EXPECT_EQ(6u,
+              unit::ParseJson(fake::SecureItem(PXM_STORAGE_ITEM).value_or("").substr(2)).size());
 }
 
 // What Backup sends for each shape of the list, each record argument and each kind, and
@@ -253,8 +258,6 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
     for (const auto& row : requested) {
         SCOPED_TRACE(row.sent + " " + std::to_string(row.backup_result));
         Prepare(row.devices, row.registry, row.backup_result);
-        fake::ChangeStr("memory/bnr/backupcid", "SomeoneElse");
-        EXPECT_EQ("", ServiceCalls());
         fake::ChangeStr("memory/bnr/backupcid", kClientId);
         EXPECT_EQ(kConnectBackupDisconnect, ServiceCalls());
         EXPECT_EQ(row.sent, SentKeys());
@@ -265,7 +268,7 @@ TEST_F(BackupPayload, BackupSendsTheWholeListOrItsEmptyForms) {
     }
 }
 
-// ---- which bus events send the list ----------------------------------------------------
+// ---- which bus events announce and send the list -----------------------------------------
 
 using handler_bus::MacInd;
 using handler_bus::MacIndValue;
@@ -281,54 +284,65 @@ GVariant* Ask(const char* name, const char* bt, int status, int no_ux = 1) {
 
 using BackupEvents = handler_bus::HandlerTest;
 
-TEST_F(BackupEvents, EveryChangeOfTheNormalListSendsItAsItStandsAfterTheChange) {
+// Each step as the client sees it: the status signal, if any, and the backup sent after it.
+TEST_F(BackupEvents, EveryChangeOfTheNormalListIsAnnouncedAndSentAsItStandsAfterTheChange) {
     Start();
     const char* const kA = "AA:BB:CC:DD:EE:01";
     const char* const kB = "AA:BB:CC:DD:EE:02";
     const std::string kBoth = "AABBCCDDEE01 AABBCCDDEE02";
+    // An empty address goes out as the placeholder.
+    const std::string kA0 = "('AA:BB:CC:DD:EE:01', '0', '0', 0)";
+    const std::string kB0 = "('AA:BB:CC:DD:EE:02', '0', '0', 0)";
     // sent: the keys of the list that was sent, "-" for none.
     const struct {
         const char* method;
         GVariant* args;
-        std::string sent;
+        std::string sent, signal;
     } steps[] = {
-        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01"},
-        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01"},
-        {"pxm_request_access_reverse", Ask("Rev", kB, 0), "-"},
-        {"pxm_request_access", Ask("Beta", kB, 0, 0), "-"},  // the prompt is launched
-        {"pxm_feedback_ux", Ask("Beta", kB, 2, 0), "-"},
-        {"pxm_feedback_ux", Ask("Beta", kB, 0, 0), kBoth},
-        {"pxm_set_status", MacIndValue(kA, 1, 1), kBoth},
-        {"pxm_set_status", MacIndValue(kA, 1, 1), "-"},
-        {"pxm_set_tv_init_mirroring_status", MacIndValue(kA, 1, 1), "-"},
-        {"pxm_remove_device", MacInd(kB, 1), "AABBCCDDEE01"},
-        {"pxm_remove_device", MacInd(kB, 1), "-"},
-        {"pxm_remove_device_reverse", MacInd(kB, 1), "-"},
-        {"pxm_remove_all", nullptr, "[]"},
-        {"pxm_remove_all_reverse", nullptr, "-"},
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", kA0},
+        // The same device again changes nothing worth a signal.
+        {"pxm_request_access", Ask("Alpha", kA, 0), "AABBCCDDEE01", ""},
+        // The reverse list is decided, but never announced.
+        {"pxm_request_access_reverse", Ask("Rev", kB, 0), "-", ""},
+        {"pxm_request_access", Ask("Beta", kB, 0, 0), "-", ""},  // the prompt is launched
+        {"pxm_feedback_ux", Ask("Beta", kB, 2, 0), "-", "('AA:BB:CC:DD:EE:02', '0', '0', 2)"},
+        {"pxm_feedback_ux", Ask("Beta", kB, 0, 0), kBoth, kB0},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), kBoth, "('AA:BB:CC:DD:EE:01', '0', '0', 1)"},
+        {"pxm_set_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_set_tv_init_mirroring_status", MacIndValue(kA, 1, 1), "-", ""},
+        {"pxm_remove_device", MacInd(kB, 1), "AABBCCDDEE01", "('AA:BB:CC:DD:EE:02', '0', '0', 3)"},
+        {"pxm_remove_device", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_device_reverse", MacInd(kB, 1), "-", ""},
+        {"pxm_remove_all", nullptr, "[]", "('0', '0', '0', 4)"},
+        {"pxm_remove_all_reverse", nullptr, "-", ""},
     };
     int n = 0;
     for (const auto& step : steps) {
         SCOPED_TRACE(std::to_string(n++) + " " + step.method);
         fake::ClearJournal();
         fake::ClearLogs();
+        client.events.clear();
         const std::string method = step.method;
         client.Call(method == "pxm_feedback_ux" ? PXM_DBUS_UX_INTERFACE : handler_bus::kSet,
                     step.method, step.args);
-        client.Flush();
+        EXPECT_EQ(step.signal, Join(SignalBodies()));
+        EXPECT_FALSE(core->m_bNoDataChanged) << "the flag is spent by the call that read it";
         Names sent;
         for (const fake::Call& call : fake::Calls("bnr_backup")) {
             sent.push_back(Keys(call.args.at(1)));
         }
         EXPECT_EQ(step.sent == "-" ? Names{} : Names{step.sent}, sent);
-        bool removal = method.find("remove") != std::string::npos;
-        EXPECT_EQ(sent.size() * (removal ? 2 : 1), fake::CountLogs("> backup data["));
         // Backups come after the change has been announced.
         long signal = fake::FindLog("[NOTI] DEVICE");
         if (!sent.empty() && signal >= 0) {
             EXPECT_LT(signal, fake::FindLog("[DBusServer] Backup called. "));
         }
     }
+    // A reverse request that asks the user is answered so, but nobody waits for the prompt.
+    EXPECT_EQ("(2,)",
+              client.Call(handler_bus::kSet, "pxm_request_access_reverse", Ask("Rev", kB, 0, 0)));
+    EXPECT_EQ(0u, server->m_nUxTimerId);
+    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
-// The access request and the prompt's answer over the bus: the verdict in the reply, the
-// signal after it, the pending prompt and its 35 s timer, the reverse list that announces
-// nothing, what each answer of the prompt stores, announces and does to the timer, and
-// what the timer's expiry reports.
+// The access request and the prompt's answer over the bus: the pending prompt and its 35 s
+// timer, what each answer of the prompt stores, announces and does to the timer, and what the
+// timer's expiry reports.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "dlog.h"
 #include "fake_platform.h"
 #include "handler_bus.h"
 
@@ -19,43 +17,7 @@ using handler_bus::Request;
 
 const char kBt[] = "AA:BB:CC:DD:EE:01";
 
-Request Forced() {
-    Request r;
-    r.bt = kBt;
-    r.wifi = "AA:BB:CC:DD:EE:02";
-    r.no_ux = 1;
-    return r;
-}
-
 using Handlers = handler_bus::HandlerTest;
-
-TEST_F(Handlers, AForcedVerdictIsStoredAndAnnouncedOnceOnlyAndTheReverseListNever) {
-    Start();
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    // The empty P2P address goes out as the placeholder.
-    EXPECT_EQ(std::vector<std::string>{"('AA:BB:CC:DD:EE:01', 'AA:BB:CC:DD:EE:02', '0', 0)"},
-              SignalBodies());
-    EXPECT_TRUE(fake::HasLog("[DBusServer] [NOTI] DEVICE Registered with status[0]", DLOG_WARN));
-    // The same device again changes nothing worth a signal, and the flag is consumed.
-    client.events.clear();
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access", Forced().Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_FALSE(core->m_bNoDataChanged);
-    core->DB_WaitForSaves();
-    EXPECT_EQ(1u, core->mDeviceList.size());
-
-    // The reverse list is decided, but neither announced nor waited for.
-    EXPECT_EQ("(0,)", client.Call(kSet, "pxm_request_access_reverse", Forced().Variant()));
-    Request ask;
-    ask.bt = "AA:BB:CC:DD:EE:41";
-    EXPECT_EQ("(2,)", client.Call(kSet, "pxm_request_access_reverse", ask.Variant()));
-    EXPECT_TRUE(SignalBodies().empty());
-    EXPECT_EQ(0u, server->m_nUxTimerId);
-    EXPECT_EQ(0, server->m_UxPendingDevice.bt_mac[0]);
-    core->DB_WaitForSaves();
-    EXPECT_EQ(1u, core->mReverseDeviceList.size());
-    EXPECT_EQ(1u, core->mDeviceList.size());
-}
 
 // A new device is asked about: it waits as the pending prompt, undecided, guarded by the
 // timer, and another request meanwhile is turned away. Then an allow is stored and stops the
@@ -89,8 +51,9 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         ASSERT_EQ("(2,)", client.Call(kSet, "pxm_request_access", ask.Variant()));
         const guint timer = server->m_nUxTimerId;
         EXPECT_NE(nullptr, g_main_context_find_source_by_id(nullptr, timer));
-        Request other = Forced();
+        Request other;
         other.bt = "AA:BB:CC:DD:EE:31";
+        other.no_ux = 1;
         EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access", other.Variant()));
         EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
         EXPECT_EQ(timer, server->m_nUxTimerId);
@@ -111,10 +74,9 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         const long replied = client.IndexOf("reply", "pxm_feedback_ux");
         EXPECT_EQ(*row.reply != '\0', replied >= 0);
         EXPECT_EQ(-1, client.IndexOf("error", "pxm_feedback_ux"));
-        EXPECT_EQ(*row.reply != '\0' ? std::vector<std::string>{"('AA:BB:CC:DD:EE:01', '0', '0', " +
-                                                                std::to_string(row.status) + ")"}
-                                     : std::vector<std::string>{},
-                  SignalBodies());
+        EXPECT_EQ(
+            *row.reply ? "('AA:BB:CC:DD:EE:01', '0', '0', " + std::to_string(row.status) + ")" : "",
+            unit::Join(SignalBodies()));
         core->DB_WaitForSaves();
         if (row.stored >= 0) {
             ASSERT_EQ(1u, core->mDeviceList.size());
@@ -180,8 +142,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
 
         EXPECT_EQ(row.result, PXMDBusServer::m_ExpiredUxTimer(server));
 
-        EXPECT_EQ(*row.signal ? std::vector<std::string>{row.signal} : std::vector<std::string>{},
-                  SignalBodies());
+        EXPECT_EQ(row.signal, unit::Join(SignalBodies()));
         EXPECT_EQ(0u, server->m_nUxTimerId);
         EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
         EXPECT_EQ(row.cleared, memcmp(&zero, &server->m_UxPendingDevice, sizeof(zero)) == 0);

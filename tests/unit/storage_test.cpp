@@ -1,11 +1,11 @@
-// The stored device lists: the JSON form the writer produces and the reader makes of it; loading
-// the current and the three old formats at start-up; saving, with the clean-up of the records in
-// memory, clearing, failures and lock order.
+// The stored device lists: loading the current and the three old formats at start-up; saving,
+// with the clean-up of the records in memory, clearing, failures and lock order.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <string>
 #include <vector>
@@ -16,15 +16,6 @@
 #include "unit_support.h"
 
 namespace {
-
-pxm_core_device_s Device(const char* name, int status, int dyType) {
-    pxm_core_device_s dev =
-        unit::Device(name, "AA:BB:CC:DD:EE:01", "0", "aa:bb:cc:dd:ee:02", status);
-    snprintf(dev.zel_id, sizeof dev.zel_id, "zel");
-    snprintf(dev.mirroring_Id, sizeof dev.mirroring_Id, "mir");
-    dev.dy_type = dyType;
-    return dev;
-}
 
 // One record of the old line formats; keyType "" leaves the key line out (unversioned
 // records), zel "" the zel line (version 0).
@@ -100,59 +91,6 @@ protected:
     CPXMCore* core = CPXMCore::GetInstance();
 };
 
-TEST_F(Storage, WrittenListsReadBackIntoTheListTheirDyTypeNames) {
-    pxm_core_device_s phone = Device("Phone", 0, 0);
-    phone.devtype = 3;
-    phone.devicon = 7;
-    phone.tvInitMirroringSupport = 1;
-    phone.isUXAlways = 1;
-    phone.accessTime = 1700000000123ULL;  // beyond 32 bits
-    phone.keyType = 2;
-    pxm_core_device_s tablet = Device("Tablet", 1, 0);
-    tablet.isNoUX = 1;
-    pxm_core_device_s marked = Device("Marked", 2, 4);
-    // A reverse record whose dy_type is 0 cannot be told apart once written.
-    core->mDeviceList = {phone, tablet};
-    core->mReverseDeviceList = {marked, Device("Unmarked", 0, 0)};
-
-    std::string out = "stale";
-    EXPECT_TRUE(core->Util_GetJsonStringForDeviceList(out));
-    Json::Value root = unit::ParseJson(out);
-    ASSERT_EQ(4u, root.size());
-    for (const Json::Value& element : root) {
-        EXPECT_EQ("item_data", unit::Join(element.getMemberNames()));
-        EXPECT_EQ(
-            "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
-            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id",
-            unit::Join(element["item_data"].getMemberNames()));
-    }
-
-    core->mDeviceList.clear();
-    core->mReverseDeviceList.clear();
-    core->Util_GetDeviceListForJsonString(out);
-    EXPECT_EQ("Phone Tablet Unmarked", unit::Names(core->mDeviceList));
-    ASSERT_EQ("Marked", unit::Names(core->mReverseDeviceList));
-    EXPECT_EQ(unit::Text(phone), unit::Text(core->mDeviceList[0]));
-    EXPECT_EQ(unit::Text(tablet), unit::Text(core->mDeviceList[1]));
-    EXPECT_EQ(unit::Text(marked), unit::Text(core->mReverseDeviceList[0]));
-
-    core->mDeviceList.clear();
-    core->mReverseDeviceList.clear();
-    core->Util_GetJsonStringForDeviceList(out);
-    EXPECT_EQ("null", out);
-    // Missing members are filled, long texts cut to their field.
-    core->mDeviceList.clear();
-    core->Util_GetDeviceListForJsonString(
-        "[{\"item_data\":{\"devname\":\"" + std::string(200, 'n') +
-        "\",\"bt_mac\":\"AA:BB:CC:DD:EE:FF:00\",\"zel_id\":\"" + std::string(40, 'z') +
-        "\",\"wifi_mac\":null,\"devstatus\":1,\"accessTime\":18446744073709551615}}]");
-    ASSERT_EQ(1u, core->mDeviceList.size());
-    const pxm_core_device_s& dev = core->mDeviceList[0];
-    EXPECT_EQ(std::string(127, 'n') + "|AA:BB:CC:DD:EE:FF|0|0|" + std::string(31, 'z') +
-                  "|0|0|0|1|0|0|0|18446744073709551615|0|0|0",
-              unit::Text(dev));
-}
-
 TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     std::string truncated = Record("Third", "AA:BB:CC:DD:EE:03");
     truncated.resize(truncated.find("</PXM>"));  // every field matched, the closing tag not
@@ -175,6 +113,12 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
         {"2\n[" + phone + ",7," + phone + "]", 0, "Phone", ""},
         {"2\n[" + phone + ",{\"item_data\":{\"devtype\":\"1\"}}]", 0, "Phone", ""},
         {"2\n" + phone, 0, "", ""},
+        // Missing members are filled, long texts cut to their field.
+        {"2\n[{\"item_data\":{\"devname\":\"" + std::string(200, 'n') +
+             "\",\"bt_mac\":\"AA:BB:CC:DD:EE:FF:00\",\"zel_id\":\"" + std::string(40, 'z') +
+             "\",\"wifi_mac\":null,\"accessTime\":18446744073709551615}}]",
+         0, std::string(127, 'n'), "",
+         "AA:BB:CC:DD:EE:FF|0|" + std::string(31, 'z') + "|0|0|18446744073709551615"},
         {"2\n" + std::string(5000, '['), 0, "", ""},  // the parser throws: it must not escape
         {"-", -1, "*", "*"},
         {"", -1, "*", "*"},
@@ -233,37 +177,49 @@ TEST_F(Storage, EachStoredFormLoadsItsRecordsUpToTheFirstItCannotRead) {
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
 }
 
-TEST_F(Storage, SaveCleansRecordsInPlaceAndStoresVersionedJson) {
+// A save cuts names and texts at a line break and fills empty fields with the placeholder, in
+// memory too; what it stores reads back field for field, each record into the list its dy_type
+// names (a reverse record whose dy_type is 0 cannot be told apart once written).
+TEST_F(Storage, SaveCleansRecordsInPlaceAndWhatItStoresReadsBackIntoBothLists) {
     pxm_core_device_s room = unit::Device("Living\nRoom", "AA:BB:CC:DD:EE:01");
     std::strcpy(room.p2p_mac, "12:34\r\nXY");
-    pxm_core_device_s tab = unit::Device("Tab\r\nlet", "");
+    room.devtype = 3;
+    room.devicon = 7;
+    room.tvInitMirroringSupport = room.isNoUX = 1;
+    room.accessTime = 1700000000123ULL;  // beyond 32 bits
+    room.keyType = 2;
+    pxm_core_device_s tab = unit::Device("Tab\r\nlet", "", "", "", 2);
     std::strcpy(tab.zel_id, "zel\nrest");
     std::strcpy(tab.mirroring_Id, "mir-7");
-    tab.dy_type = 1;
+    tab.isUXAlways = 1;
+    tab.dy_type = 4;
     // Empty fields with a stale byte after the NUL: an address placeholder writes only its
     // "0", an identifier placeholder its terminating NUL too.
     room.zel_id[1] = 'Y';
     tab.wifi_mac[1] = 'X';
     core->mDeviceList = {room};
-    core->mReverseDeviceList = {tab};
+    core->mReverseDeviceList = {tab, unit::Device("Unmarked", "AA:BB:CC:DD:EE:03")};
 
     Save();
 
-    // The records in memory now hold what was written.
-    const pxm_core_device_s& a = core->mDeviceList[0];
-    const pxm_core_device_s& b = core->mReverseDeviceList[0];
-    EXPECT_EQ("Living|0|12:34|0|0", std::string(a.devname) + "|" + a.wifi_mac + "|" + a.p2p_mac +
-                                        "|" + a.zel_id + "|" + a.mirroring_Id);
-    EXPECT_EQ("Tab|0|0X|zel|mir-7", std::string(b.devname) + "|" + b.bt_mac + "|" + b.wifi_mac +
-                                        "|" + b.zel_id + "|" + b.mirroring_Id);
-    EXPECT_EQ("Living Tab", Stored());
-    Json::Value items = unit::ParseJson(fake::SecureItem("PXM_DEVICE_LIST").value_or("").substr(2));
-    const Json::Value& tabItem = items[1]["item_data"];
-    EXPECT_EQ("0 zel 0X 1", items[0]["item_data"]["mirroring_Id"].asString() + " " +
-                                tabItem["zel_id"].asString() + " " +
-                                tabItem["wifi_mac"].asString() + " " +
-                                std::to_string(tabItem["dy_type"].asInt()));
-    EXPECT_EQ(1u, fake::CallCount("ss_write"));
+    const std::vector<pxm_core_device_s> normal = core->mDeviceList;
+    const std::vector<pxm_core_device_s> reverse = core->mReverseDeviceList;
+    EXPECT_EQ("Living|AA:BB:CC:DD:EE:01|0|12:34|0|0|3|7|0|1|1|0|1700000000123|0|2|0",
+              unit::Text(normal[0]));
+    EXPECT_EQ("Tab|0|0X|0|zel|mir-7|0|0|2|0|0|1|0|0|0|4", unit::Text(reverse[0]));
+    EXPECT_EQ("Living Tab Unmarked", Stored());
+    const std::string stored = fake::SecureItem("PXM_DEVICE_LIST").value_or("");
+    for (const Json::Value& element : unit::ParseJson(stored.substr(2))) {
+        EXPECT_EQ("item_data", unit::Join(element.getMemberNames()));
+        EXPECT_EQ(
+            "accessTime bt_mac devicon devname devstatus devtype dy_type isNoUX isUXAlways "
+            "keyType mirroring_Id p2p_mac tvInitMirroringSupport wifi_mac zel_id",
+            unit::Join(element["item_data"].getMemberNames()));
+    }
+
+    EXPECT_EQ(0, Load(stored.c_str()));
+    EXPECT_EQ(unit::Texts({normal[0], reverse[1]}), unit::Texts(core->mDeviceList));
+    EXPECT_EQ(unit::Texts({reverse[0]}), unit::Texts(core->mReverseDeviceList));
 }
 
 // Empty lists clear the storage instead; a failed write or clear is logged, not retried,
@@ -274,9 +230,7 @@ TEST_F(Storage, EmptyListsClearStorageAndFailuresAreMadeGoodByTheNextSave) {
     Save();
     EXPECT_FALSE(fake::SecureItem("PXM_DEVICE_LIST").has_value());
     EXPECT_EQ(0u, fake::CallCount("ss_write"));
-    ASSERT_EQ(1u, fake::CallCount("ss_clear_storage"));
-    EXPECT_EQ("(null)", fake::Calls("ss_clear_storage")[0].args[0]);
-    EXPECT_EQ("0", fake::Calls("ss_clear_storage")[0].args[2]);
+    EXPECT_EQ(std::vector<std::string>{"(null)"}, unit::FirstArgs("ss_clear_storage"));
     fake::SetResult("ss_clear_storage", -3);
     Save();
     EXPECT_TRUE(fake::HasLog("DB clear failed [-3]", DLOG_ERROR, "PXM_CORE"));
@@ -288,7 +242,6 @@ TEST_F(Storage, EmptyListsClearStorageAndFailuresAreMadeGoodByTheNextSave) {
     EXPECT_TRUE(fake::HasLog("Write file failed [-3]", DLOG_ERROR, "PXM_CORE"));
     EXPECT_EQ(1u, fake::CallCount("ss_write"));
     EXPECT_EQ(previous, fake::SecureItem("PXM_DEVICE_LIST"));
-    EXPECT_STREQ("AA:BB:CC:DD:EE:01", core->mDeviceList.at(0).bt_mac);
     fake::ClearResult("ss_write");
     Save();
     EXPECT_EQ("Phone", Stored());
@@ -305,20 +258,52 @@ TEST_F(Storage, EmptyListsClearStorageAndFailuresAreMadeGoodByTheNextSave) {
     EXPECT_EQ("Phone Second", Stored());
 }
 
-TEST_F(Storage, SaveWaitsForTheFileLockWithoutHoldingTheListLock) {
+// Holding the file lock as the loader would: a save waits for it before it takes the list lock,
+// and no operation of the registry waits for it or keeps the list lock, so the list stays usable.
+TEST_F(Storage, SavesWaitForTheFileLockAndEveryOperationGoesOnMeanwhile) {
     AddUnderLock("Before");
-    // Holding the file lock as the loader would: the save must wait for it before it takes
-    // the list lock, so the list stays free for others meanwhile.
     core->mFileLock.Lock();
     core->DB_Save();
     ASSERT_TRUE(fake::WaitForCalls("ss_init_credential", 1));
-    auto changer = std::async(std::launch::async, [this] { AddUnderLock("During"); });
-    bool listLockFree = changer.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    pxm_core_device_s d = unit::Device("During", "AA:BB:CC:DD:EE:05", "11:00:00:00:00:05");
+    pxm_core_device_s out{};
+    int count = 0;
+    pxm_core_device_s* list = nullptr;
+    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+        {"add", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
+        {"merge", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
+        {"get", [&] { core->CMD_GetDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"get-miss", [&] { core->CMD_GetDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"get-all", [&] { core->CMD_GetAllDevices(&count, &list, PXM_SAVE_NORMAL); }},
+        {"remove",
+         [&] { core->INTERNAL_RemoveDevice(d.bt_mac, PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"remove-miss",
+         [&] { core->INTERNAL_RemoveDevice("x", PXM_TECH_BT, &out, PXM_SAVE_NORMAL); }},
+        {"clear-update", [&] { core->UTIL_ClearUpdate(); }},
+        {"remove-all-reverse", [&] { core->CMD_RemoveAllDevices(PXM_SAVE_REVERSE); }},
+        {"add-again", [&] { core->INTERNAL_AddDevice(&d, PXM_SAVE_NORMAL); }},
+    };
+    auto ops = std::async(std::launch::async, [&] {
+        std::string leaked;
+        for (const auto& step : steps) {
+            step.second();
+            // Unlock succeeds only for the owner: true means the operation kept the lock.
+            if (core->mPXMLock.Unlock()) {
+                leaked += std::string(step.first) + " ";
+            }
+        }
+        return leaked;
+    });
+    if (ops.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+        // A blocked operation can be neither joined nor abandoned: report and leave.
+        fprintf(stderr, "an operation waited for a lock the save holds\n");
+        std::_Exit(1);
+    }
     EXPECT_EQ(0u, fake::CallCount("ss_write"));
     core->mFileLock.Unlock();
-    changer.wait();
     core->DB_WaitForSaves();
-    EXPECT_TRUE(listLockFree) << "the save held the list lock while waiting for the file lock";
+    free(list);
+    EXPECT_EQ("", ops.get()) << "operations that kept mPXMLock";
     EXPECT_EQ("Before During", Stored());
 }
 

@@ -176,17 +176,4 @@ std::vector<std::string> HandlerTest::SignalBodies() {
     return bodies;
 }
 
-bool HandlerTest::ResetPlatform() {
-    fake::Reset();
-    return true;
-}
-
-GVariant* MacInd(const char* mac, int ind) {
-    return g_variant_new("(si)", mac, ind);
-}
-
-GVariant* MacIndValue(const char* mac, int ind, int value) {
-    return g_variant_new("(sii)", mac, ind, value);
-}
-
 }  // namespace handler_bus

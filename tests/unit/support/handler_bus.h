@@ -12,6 +12,7 @@
 
 #include "CPXMCore.h"
 #include "PXMDBusServer.h"
+#include "fake_platform.h"
 #include "unit_support.h"
 
 namespace handler_bus {
@@ -70,16 +71,17 @@ protected:
     // The bodies of the status signals heard so far, after a flush.
     std::vector<std::string> SignalBodies();
 
-    bool fresh_platform_ = ResetPlatform();  // before the client: it waits for a log line
+    bool fresh_platform_ = (fake::Reset(), true);  // before the client: it waits for a log line
     Client client;
     PXMDBusServer* server = client.server();
     CPXMCore* core = nullptr;
-
-private:
-    static bool ResetPlatform();
 };
 
-GVariant* MacInd(const char* mac, int ind);
-GVariant* MacIndValue(const char* mac, int ind, int value);
+inline GVariant* MacInd(const char* mac, int ind) {
+    return g_variant_new("(si)", mac, ind);
+}
+inline GVariant* MacIndValue(const char* mac, int ind, int value) {
+    return g_variant_new("(sii)", mac, ind, value);
+}
 
 }  // namespace handler_bus

@@ -46,6 +46,14 @@ std::string Text(const pxm_core_device_s& d) {
     return out;
 }
 
+std::string Texts(const std::vector<pxm_core_device_s>& list) {
+    std::vector<std::string> texts;
+    for (const pxm_core_device_s& d : list) {
+        texts.push_back(Text(d));
+    }
+    return Join(texts, "\n");
+}
+
 bool LockIsFree(PXMUtil::Mutex& lock) {
     // Detached: a lock left held would block the probe for good.
     auto done = std::make_shared<std::promise<void>>();

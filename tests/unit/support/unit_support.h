@@ -22,6 +22,8 @@ std::string Names(const std::vector<pxm_core_device_s>& list);
 std::string Join(const std::vector<std::string>& words, const char* separator = " ");
 // Every field of the record, "|"-separated, so that two records compare readably.
 std::string Text(const pxm_core_device_s& d);
+// Text of each record, one a line.
+std::string Texts(const std::vector<pxm_core_device_s>& list);
 
 // Another thread can take and release the lock: nobody left it held.
 bool LockIsFree(PXMUtil::Mutex& lock);
