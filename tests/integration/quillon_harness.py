@@ -95,9 +95,9 @@ class PlatformRoot:
         env.update(extra or {})
         return env
 
-    def platform(self, *args, check=True, timeout=30):
+    def platform(self, *args, check=True, timeout=30, env=None):
         result = subprocess.run([program("quillon-platform"), *map(str, args)],
-                                env=self.env(), capture_output=True, text=True,
+                                env=self.env(env), capture_output=True, text=True,
                                 timeout=timeout)
         if check and result.returncode != 0:
             raise AssertionError(f"quillon-platform {' '.join(map(str, args))} exited "
@@ -397,9 +397,9 @@ class QuillonTestCase(unittest.TestCase):
         return self.daemon, self.client
 
     def ctl(self, *args, env=None, prefix=(), timeout=60):
-        """quillonctl ARGS against the test's bus (or env's)."""
+        """quillonctl ARGS on the test's root, against the test's bus (or env's)."""
         return subprocess.run([*prefix, program("quillonctl"), *map(str, args)],
-                              env=dict(os.environ, **(env or self.bus.env())),
+                              env=self.root.env(env or self.bus.env()),
                               capture_output=True, text=True, timeout=timeout)
 
     def start_serving_daemon(self, extra_env=None, prefix=()):

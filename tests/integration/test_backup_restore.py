@@ -24,9 +24,6 @@ class BackupRestore(qh.QuillonTestCase):
         result = self.root.platform("backup-show", check=False)
         return json.loads(result.stdout) if result.returncode == 0 else None
 
-    def quillonctl(self, *args):
-        return self.ctl(*args, env=self.root.env(self.bus.env()))
-
     def test_a_reset_tv_gets_its_devices_back_from_the_backup(self):
         daemon, client = self.serve()
         self.assertEqual((0,), client.call("pxm_request_access", qh.record(
@@ -66,7 +63,7 @@ class BackupRestore(qh.QuillonTestCase):
 
         # quillonctl asks for a full backup and sees it stored.
         before = len(self.history()["versions"])
-        backup = self.quillonctl("backup")
+        backup = self.ctl("backup")
         self.assertEqual(0, backup.returncode, backup.stderr)
         self.assertIn("backup stored: version", backup.stdout)
         self.assertEqual(min(before + 1, 20), len(self.history()["versions"]))
@@ -76,7 +73,7 @@ class BackupRestore(qh.QuillonTestCase):
         bad.write_text("[1, 2]")
         self.addCleanup(bad.unlink)
         self.root.platform("backup-put", CLIENT, bad)
-        restore = self.quillonctl("restore")
+        restore = self.ctl("restore")
         self.assertEqual(1, restore.returncode, restore.stdout + restore.stderr)
         self.assertIn("restore failed", restore.stdout)
         self.assertEqual(["failure", "success"],

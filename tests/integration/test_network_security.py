@@ -3,7 +3,6 @@ daemon in access-notification mode 0 (a new device on a secure Wi-Fi is stored w
 prompt). Each step checks the reply and the daemon's lines; quillon-platform network agrees."""
 
 import os
-import subprocess
 import unittest
 
 from gi.repository import Gio, GLib
@@ -137,9 +136,7 @@ class NetworkSecurity(qh.QuillonTestCase):
                             "the prompt is still running")
 
     def network_tool(self):
-        result = subprocess.run([qh.program("quillon-platform"), "network"],
-                                env=self.root.env(self.bus.env()), capture_output=True,
-                                text=True, timeout=30)
+        result = self.root.platform("network", check=False, env=self.bus.env())
         return result.returncode, result.stdout.splitlines()
 
     def test_only_a_psk_network_with_aes_stores_new_devices_without_a_prompt(self):
