@@ -25,10 +25,7 @@ void CheckNotUpdated(const std::vector<pxm_core_device_s>& list) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static CPXMCore* core = CPXMCore::GetInstance();
-    fake::Reset();  // keeps the captured log from growing across runs
-    core->mDeviceList.clear();
-    core->mReverseDeviceList.clear();
+    CPXMCore* core = fuzz::EmptyCore();
     fake::SetSecureItem("PXM_DEVICE_LIST", std::string(reinterpret_cast<const char*>(data), size));
 
     const int count = core->DB_OpenFile();

@@ -25,11 +25,7 @@ bool TimesFitSigned(const std::vector<pxm_core_device_s>& list) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static CPXMCore* core = CPXMCore::GetInstance();
-    fake::Reset();  // keeps the captured log from growing across runs
-    core->mDeviceList.clear();
-    core->mReverseDeviceList.clear();
-
+    CPXMCore* core = fuzz::EmptyCore();
     core->Util_GetDeviceListForJsonString(std::string(reinterpret_cast<const char*>(data), size));
     fuzz::CheckRecords(core->mDeviceList);
     fuzz::CheckRecords(core->mReverseDeviceList);

@@ -12,17 +12,12 @@
 #include "record_checks.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static CPXMCore* core = CPXMCore::GetInstance();
-    static PXMBackupRestore* client = [] {
+    CPXMCore* core = fuzz::EmptyCore();
+    static PXMBackupRestore* client = [core] {
         auto* c = new PXMBackupRestore();
         c->Initialize(core);
         return c;
     }();
-    // Saves of the previous input still read the lists and log.
-    core->DB_WaitForSaves();
-    fake::Reset();  // keeps the captured log from growing across runs
-    core->mDeviceList.clear();
-    core->mReverseDeviceList.clear();
     core->m_nAccessNoti = 1;  // a new device would be asked about, were the flags not forced
     core->m_nUxPid = 0;
 
