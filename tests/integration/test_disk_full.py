@@ -31,19 +31,14 @@ def preload():
 
 class DiskFull(qh.QuillonTestCase):
 
-    def shim(self, fault):
-        """The daemon's environment, and how to fail and recover its disk with the shim: the
-        switch file's text `fault` says how the disk fails."""
+    def fail_the_disk_while_verdicts_change(self, fault):
+        """Allows one device on a healthy disk; once the shim fails the disk as the text
+        `fault` says, allows a second and denies the first; once the disk recovers, allows a
+        third. Returns `wake-tables --check` as it is then."""
         switch = self.workdir / "disk-fault"
-        env = {"LD_PRELOAD": preload(),
-               "QUILLON_DISK_FAULT_DIR": os.path.realpath(self.root.path),
-               "QUILLON_DISK_FAULT_SWITCH": str(switch)}
-        return env, lambda: switch.write_text(fault), switch.unlink
-
-    def fail_the_disk_while_verdicts_change(self, env, fail, recover):
-        """Allows one device on a healthy disk; after fail(), allows a second and denies the
-        first; after recover(), allows a third. Returns `wake-tables --check` as it is then."""
-        daemon, client = self.serve(env)
+        daemon, client = self.serve({"LD_PRELOAD": preload(),
+                                     "QUILLON_DISK_FAULT_DIR": os.path.realpath(self.root.path),
+                                     "QUILLON_DISK_FAULT_SWITCH": str(switch)})
         item = self.root.path / "secure" / qh.STORAGE_ITEM
 
         self.assertEqual((0,), client.call("pxm_request_access", qh.record(
@@ -52,7 +47,7 @@ class DiskFull(qh.QuillonTestCase):
                         daemon.log.text())
         before = item.read_bytes()
 
-        fail()
+        switch.write_text(fault)
         self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="During", bt=DURING_BT, wifi=DURING_WIFI, no_ux=1), timeout=5.0))
         self.assertEqual((1,), client.call("pxm_set_status", qh.mac_ind_value(BEFORE_WIFI, 2, 1),
@@ -67,7 +62,7 @@ class DiskFull(qh.QuillonTestCase):
         # (The settings writer is retrying meanwhile, each time through a temporary file.)
         self.assertEqual([], [t for t in self.root.temporaries() if t.startswith("secure/")])
 
-        recover()
+        switch.unlink()
         self.assertEqual((0,), client.call("pxm_request_access", qh.record(
             name="After", wifi=AFTER_WIFI, no_ux=1)))
         expected = {BEFORE_WIFI: 1, DURING_WIFI: 0, AFTER_WIFI: 0}
@@ -97,12 +92,12 @@ class DiskFull(qh.QuillonTestCase):
 
     def test_a_full_disk_keeps_the_old_list_and_leaves_drift_that_repair_mends(self):
         self.assert_drift_found_and_repaired(
-            self.fail_the_disk_while_verdicts_change(*self.shim("ENOSPC")))
+            self.fail_the_disk_while_verdicts_change("ENOSPC"))
 
     def test_a_disk_failing_at_the_flush_keeps_the_old_list(self):
         # SQLite in WAL mode with NORMAL sync flushes only at checkpoints: the wake tables
         # take both verdicts, so no drift is left; only the secure item and settings fail.
-        check = self.fail_the_disk_while_verdicts_change(*self.shim("EIO fsync fdatasync"))
+        check = self.fail_the_disk_while_verdicts_change("EIO fsync fdatasync")
         self.assertEqual(0, check.returncode, check.stdout)
         self.assert_tables_hold_the_allowed_devices()
 
