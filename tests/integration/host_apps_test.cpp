@@ -75,6 +75,11 @@ class HostAppManager : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
+        // The package ships registrations; those made under the state root win over them.
+        fs::create_directories(vendor_);
+        host_test::WriteFile(vendor_ + "/" + kUxAppId, "/usr/bin/quillon-ux\n");
+        host_test::WriteFile(vendor_ + "/org.example.shipped", "/usr/bin/shipped\n");
+        setenv("QUILLON_VENDOR_APPS_DIR", vendor_.c_str(), 1);
         host_test::WriteFile(sleeper_, "#!/bin/sh\nexec sleep 600\n");
         chmod(sleeper_.c_str(), 0755);
         Tool({"register-app", kUxAppId, sleeper_});
@@ -106,6 +111,7 @@ protected:
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string sleeper_ = root_ + "/sleeper.sh";
+    std::string vendor_ = root_ + "/vendor-apps";
     Texts deaths_;
     std::vector<std::pair<int, unsigned long long>> launched_;  // pid, start time
 };
@@ -133,9 +139,7 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     EXPECT_EQ(ReadFile(out), "--DEVICENAME=My Phone\n--MIRRORINGID=\n--ZELID=a=b c\n");
     // The listener could still name the app; reported once; reaped; its record gone.
     EXPECT_EQ(deaths_, Texts{std::to_string(pid) + " " + kUxAppId});
-    errno = 0;
-    EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD);
+    EXPECT_TRUE(waitpid(pid, nullptr, WNOHANG) == -1 && errno == ECHILD);
     EXPECT_FALSE(HasRecord(pid));
     // Failures have their own codes and leave no record.
     host_test::WriteFile(root_ + "/plain.sh", "exit 0\n");
@@ -163,10 +167,9 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     ASSERT_EQ(read(pipe_fds[0], pids, sizeof(pids)), static_cast<ssize_t>(sizeof(pids)));
     close(pipe_fds[0]);
     const int app = pids[0], other = pids[1];
-    Launched(app);
-    Launched(other);
-    ASSERT_GT(app, 0);
-    ASSERT_GT(other, 0);
+    for (int pid : pids)
+        Launched(pid);
+    ASSERT_TRUE(app > 0 && other > 0);
     // Listening is enough to hear of their end: nothing else has looked at them yet.
     ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
     ASSERT_EQ(kill(other, SIGTERM), 0);
@@ -187,9 +190,11 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(aul_app_get_pkgname_bypid(UnusedPid(), name, sizeof(name)), AUL_R_ESRCH);
     EXPECT_STREQ(name, "");
     EXPECT_EQ(aul_terminate_pid(UnusedPid()), AUL_R_ESRCH);
-    EXPECT_EQ(Tool({"apps"}), "registered\torg.example.other\t" + sleeper_ + "\nregistered\t" +
-                                  kUxAppId + "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) +
-                                  "\t" + kUxAppId + "\t" + sleeper_ + "\n");
+    EXPECT_EQ(Tool({"apps"}),
+              "registered\torg.example.other\t" + sleeper_ +
+                  "\nregistered\torg.example.shipped\t/usr/bin/shipped\nregistered\t" + kUxAppId +
+                  "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) + "\t" + kUxAppId + "\t" +
+                  sleeper_ + "\n");
     // Its end is reported although this process did not start it.
     EXPECT_EQ(aul_terminate_pid(app), AUL_R_OK);
     ASSERT_TRUE(WaitForDeaths(2));
@@ -206,15 +211,10 @@ TEST_F(HostAppManager, StaleAndDamagedRecordsAreIgnoredAndRemoved) {
     };
     const int self = getpid();
     const std::string start = "start=" + std::to_string(StartTime(self)) + "\n";
-    // A process that has ended (reaped), and a pid now used by another process (this one,
-    // with another start time), and a record without a start time, which cannot be checked.
-    pid_t ended = fork();
-    ASSERT_GE(ended, 0);
-    if (ended == 0)
-        _exit(0);
-    ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
+    // A process that has ended, and a pid now used by another process (this one, with another
+    // start time), and a record without a start time, which cannot be checked.
     for (const auto& [pid, more] : std::vector<std::pair<int, std::string>>{
-             {ended, start},
+             {UnusedPid(), start},
              {self, "start=" + std::to_string(StartTime(self) + 1) + "\n"},
              {self, "launcher=1\n"}}) {
         write_record(pid, "org.example.stale", more);
