@@ -102,7 +102,7 @@ protected:
             launched_.emplace_back(pid, StartTime(pid));
     }
     bool WaitForDeaths(size_t count) {
-        return host_test::RunLoopUntil([&] { return deaths_.size() >= count; });
+        return test_common::RunUntil([&] { return deaths_.size() >= count; });
     }
     bool HasRecord(int pid) const { return fs::exists(root_ + "/running/" + std::to_string(pid)); }
     std::string Line(int pid, const char* appid) const {

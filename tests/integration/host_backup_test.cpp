@@ -142,7 +142,7 @@ TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     ASSERT_EQ(BNR_ERROR_NONE,
               bnr_trigger_callback_register(kClient, Inbox::OnTrigger, &inbox_, &trigger));
     Tool({"backup-trigger", "2"});
-    ASSERT_TRUE(host_test::RunLoopUntil([&] {
+    ASSERT_TRUE(test_common::RunUntil([&] {
         std::lock_guard<std::mutex> hold(inbox_.lock);
         return !inbox_.triggers.empty();
     }));

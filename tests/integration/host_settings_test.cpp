@@ -46,8 +46,8 @@ extern "C" int fsync(int fd) {
 }
 
 namespace fs = std::filesystem;
-using host_test::RunLoopUntil;
 using host_test::Tool;
+using test_common::RunUntil;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -108,7 +108,7 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
     Tool({"set-int", "memory/quillon/reqopt", "7"});
     Tool({"set-str", "memory/wizard/wizard_mode", "NETWORK_SETUP"});
     Tool({"set-bool", "memory/test/flag", "1"});
-    ASSERT_TRUE(RunLoopUntil([&] { return !flag.empty(); }, 5000));
+    ASSERT_TRUE(RunUntil([&] { return !flag.empty(); }, 5000));
     EXPECT_EQ(reqopt, Texts{"memory/quillon/reqopt 41 7 -1 -"});
     EXPECT_EQ(reqopt_too, reqopt);
     EXPECT_EQ(wizard, Texts{"memory/wizard/wizard_mode 40 -1 -1 NETWORK_SETUP"});
@@ -119,7 +119,7 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
     EXPECT_EQ(vconf_ignore_key_changed("memory/quillon/reqopt", Record), VCONF_ERROR);
     ASSERT_EQ(vconf_set_int("memory/quillon/reqopt", 3), VCONF_OK);
     ASSERT_EQ(vconf_set_str("memory/wizard/wizard_mode", "PNP_SETUP"), VCONF_OK);
-    ASSERT_TRUE(RunLoopUntil([&] { return wizard.size() == 2; }, 5000));
+    ASSERT_TRUE(RunUntil([&] { return wizard.size() == 2; }, 5000));
     EXPECT_EQ(reqopt.size(), 1u);
     EXPECT_EQ(reqopt_too.back(), "memory/quillon/reqopt 41 3 -1 -");
     EXPECT_EQ(wizard.back(), "memory/wizard/wizard_mode 40 -1 -1 PNP_SETUP");
