@@ -93,21 +93,17 @@ protected:
                 kill(pid, SIGKILL);
     }
     int Launch(const std::string& appid, bundle* b = nullptr) {
-        int pid = aul_launch_app(appid.c_str(), b);
-        Launched(pid);
-        return pid;
+        return Launched(aul_launch_app(appid.c_str(), b));
     }
-    void Launched(int pid) {
+    int Launched(int pid) {
         if (pid > 0)
             launched_.emplace_back(pid, StartTime(pid));
+        return pid;
     }
     bool WaitForDeaths(size_t count) {
         return test_common::RunUntil([&] { return deaths_.size() >= count; });
     }
     bool HasRecord(int pid) const { return fs::exists(root_ + "/running/" + std::to_string(pid)); }
-    std::string Line(int pid, const char* appid) const {
-        return std::to_string(pid) + " " + appid + " " + appid + " " + sleeper_;
-    }
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string sleeper_ = root_ + "/sleeper.sh";
@@ -155,20 +151,15 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     // This process is the daemon after a restart: it listens only once it is up again.
     ASSERT_EQ(aul_listen_app_dead_signal(nullptr, nullptr), AUL_R_OK);
     // The daemon before the restart launched two apps and went away; they outlive it.
-    int pipe_fds[2];
-    ASSERT_EQ(pipe(pipe_fds), 0);
-    ASSERT_EQ(0, host_test::InChild([&] {
-                  int pids[2] = {aul_launch_app(kUxAppId, nullptr),
-                                 aul_launch_app("org.example.other", nullptr)};
-                  return write(pipe_fds[1], pids, sizeof(pids)) == sizeof(pids) ? 0 : 1;
+    ASSERT_EQ(0, host_test::InChild([] {
+                  return (aul_launch_app(kUxAppId, nullptr) <= 0) +
+                         (aul_launch_app("org.example.other", nullptr) <= 0);
               }));
-    close(pipe_fds[1]);
-    int pids[2] = {0, 0};
-    ASSERT_EQ(read(pipe_fds[0], pids, sizeof(pids)), static_cast<ssize_t>(sizeof(pids)));
-    close(pipe_fds[0]);
-    const int app = pids[0], other = pids[1];
-    for (int pid : pids)
-        Launched(pid);
+    // Their pids, from the records it left read as plain files.
+    int app = 0, other = 0;
+    for (const std::string& pid : host_test::Entries(root_ + "/running"))
+        (ReadFile(root_ + "/running/" + pid).find(kUxAppId) != std::string::npos ? app : other) =
+            Launched(std::stoi(pid));
     ASSERT_TRUE(app > 0 && other > 0);
     // Listening is enough to hear of their end: nothing else has looked at them yet.
     ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
@@ -177,7 +168,8 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(deaths_, Texts{std::to_string(other) + " org.example.other"});
     EXPECT_FALSE(HasRecord(other));
     // This process (the restarted daemon) sees it, as does quillon-platform.
-    EXPECT_EQ(RunningApps(), Texts{Line(app, kUxAppId)});
+    EXPECT_EQ(RunningApps(),
+              Texts{std::to_string(app) + " " + kUxAppId + " " + kUxAppId + " " + sleeper_});
     EXPECT_EQ(aul_app_is_running(kUxAppId), 1);
     EXPECT_EQ(aul_app_is_running("org.example.other"), 0);
     char name[256] = {};

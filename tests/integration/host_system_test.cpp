@@ -111,12 +111,10 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
     g_autoptr(GDBusConnection) system = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     ASSERT_NE(system, nullptr) << (error ? error->message : "");
     auto call = [&](GDBusConnection* connection, const char* method, GVariant* args) {
-        GVariant* reply = g_dbus_connection_call_sync(
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
             method, args, nullptr, G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
         EXPECT_NE(reply, nullptr) << (error ? error->message : "");
-        if (reply != nullptr)
-            g_variant_unref(reply);
     };
     // Our subscription's match rule is in force after a round trip on its connection.
     call(system, "GetId", nullptr);
