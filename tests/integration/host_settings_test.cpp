@@ -28,6 +28,11 @@ bool stalled = false;
 std::atomic<int> failure{0};
 std::atomic<int> calls{0};
 std::atomic<int> directories{0};
+void Stall(bool on) {
+    std::lock_guard<std::mutex> hold(lock);
+    stalled = on;
+    released.notify_all();
+}
 }  // namespace disk
 
 extern "C" int fsync(int fd) {
@@ -185,10 +190,7 @@ TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
 TEST_F(HostSettings, WritesNeverWaitForTheDiskAndLandInOrder) {
     const char* key = "db/bleapp/db_updated";
     const std::string file = settings_ + "/db%2Fbleapp%2Fdb_updated";
-    {
-        std::lock_guard<std::mutex> hold(disk::lock);
-        disk::stalled = true;
-    }
+    disk::Stall(true);
     // The first write's batch waits at the disk while the newer ones queue behind it.
     ASSERT_EQ(vconf_set_int(key, 1), VCONF_OK);
     for (int wait = 0; wait < 5000 && disk::calls == 0; ++wait)
@@ -197,11 +199,7 @@ TEST_F(HostSettings, WritesNeverWaitForTheDiskAndLandInOrder) {
         ASSERT_EQ(vconf_set_int(key, i), VCONF_OK);
     EXPECT_EQ(Typed(key), "50 - -");
     EXPECT_FALSE(host::settings::Sync(50));
-    {
-        std::lock_guard<std::mutex> hold(disk::lock);
-        disk::stalled = false;
-    }
-    disk::released.notify_all();
+    disk::Stall(false);
     ASSERT_TRUE(host::settings::Sync());
     EXPECT_EQ("int\n50\n", host_test::ReadFile(file));
     EXPECT_EQ("50\n", Tool({"get", key}));
