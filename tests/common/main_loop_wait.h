@@ -9,7 +9,7 @@
 namespace test_common {
 
 // Dispatches the default main context until done() holds; false after timeout_ms.
-inline bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms) {
+inline bool RunUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000) {
     bool timed_out = false;
     guint timer = g_timeout_add(
         timeout_ms,

@@ -75,6 +75,11 @@ class HostAppManager : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
+        // The package ships registrations; those made under the state root win over them.
+        fs::create_directories(vendor_);
+        host_test::WriteFile(vendor_ + "/" + kUxAppId, "/usr/bin/quillon-ux\n");
+        host_test::WriteFile(vendor_ + "/org.example.shipped", "/usr/bin/shipped\n");
+        setenv("QUILLON_VENDOR_APPS_DIR", vendor_.c_str(), 1);
         host_test::WriteFile(sleeper_, "#!/bin/sh\nexec sleep 600\n");
         chmod(sleeper_.c_str(), 0755);
         Tool({"register-app", kUxAppId, sleeper_});
@@ -88,24 +93,21 @@ protected:
                 kill(pid, SIGKILL);
     }
     int Launch(const std::string& appid, bundle* b = nullptr) {
-        int pid = aul_launch_app(appid.c_str(), b);
-        Launched(pid);
-        return pid;
+        return Launched(aul_launch_app(appid.c_str(), b));
     }
-    void Launched(int pid) {
+    int Launched(int pid) {
         if (pid > 0)
             launched_.emplace_back(pid, StartTime(pid));
+        return pid;
     }
     bool WaitForDeaths(size_t count) {
-        return host_test::RunLoopUntil([&] { return deaths_.size() >= count; });
+        return test_common::RunUntil([&] { return deaths_.size() >= count; });
     }
     bool HasRecord(int pid) const { return fs::exists(root_ + "/running/" + std::to_string(pid)); }
-    std::string Line(int pid, const char* appid) const {
-        return std::to_string(pid) + " " + appid + " " + appid + " " + sleeper_;
-    }
     host_test::TempRoot temp_;
     std::string root_ = temp_.path();
     std::string sleeper_ = root_ + "/sleeper.sh";
+    std::string vendor_ = root_ + "/vendor-apps";
     Texts deaths_;
     std::vector<std::pair<int, unsigned long long>> launched_;  // pid, start time
 };
@@ -133,9 +135,7 @@ TEST_F(HostAppManager, LaunchPassesTheBundleAsArgumentsAndReportsTheEndOnTheLoop
     EXPECT_EQ(ReadFile(out), "--DEVICENAME=My Phone\n--MIRRORINGID=\n--ZELID=a=b c\n");
     // The listener could still name the app; reported once; reaped; its record gone.
     EXPECT_EQ(deaths_, Texts{std::to_string(pid) + " " + kUxAppId});
-    errno = 0;
-    EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD);
+    EXPECT_TRUE(waitpid(pid, nullptr, WNOHANG) == -1 && errno == ECHILD);
     EXPECT_FALSE(HasRecord(pid));
     // Failures have their own codes and leave no record.
     host_test::WriteFile(root_ + "/plain.sh", "exit 0\n");
@@ -151,22 +151,16 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     // This process is the daemon after a restart: it listens only once it is up again.
     ASSERT_EQ(aul_listen_app_dead_signal(nullptr, nullptr), AUL_R_OK);
     // The daemon before the restart launched two apps and went away; they outlive it.
-    int pipe_fds[2];
-    ASSERT_EQ(pipe(pipe_fds), 0);
-    ASSERT_EQ(0, host_test::InChild([&] {
-                  int pids[2] = {aul_launch_app(kUxAppId, nullptr),
-                                 aul_launch_app("org.example.other", nullptr)};
-                  return write(pipe_fds[1], pids, sizeof(pids)) == sizeof(pids) ? 0 : 1;
+    ASSERT_EQ(0, host_test::InChild([] {
+                  return (aul_launch_app(kUxAppId, nullptr) <= 0) +
+                         (aul_launch_app("org.example.other", nullptr) <= 0);
               }));
-    close(pipe_fds[1]);
-    int pids[2] = {0, 0};
-    ASSERT_EQ(read(pipe_fds[0], pids, sizeof(pids)), static_cast<ssize_t>(sizeof(pids)));
-    close(pipe_fds[0]);
-    const int app = pids[0], other = pids[1];
-    Launched(app);
-    Launched(other);
-    ASSERT_GT(app, 0);
-    ASSERT_GT(other, 0);
+    // Their pids, from the records it left read as plain files.
+    int app = 0, other = 0;
+    for (const std::string& pid : host_test::Entries(root_ + "/running"))
+        (ReadFile(root_ + "/running/" + pid).find(kUxAppId) != std::string::npos ? app : other) =
+            Launched(std::stoi(pid));
+    ASSERT_TRUE(app > 0 && other > 0);
     // Listening is enough to hear of their end: nothing else has looked at them yet.
     ASSERT_EQ(aul_listen_app_dead_signal(RecordDeath, &deaths_), AUL_R_OK);
     ASSERT_EQ(kill(other, SIGTERM), 0);
@@ -174,7 +168,8 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(deaths_, Texts{std::to_string(other) + " org.example.other"});
     EXPECT_FALSE(HasRecord(other));
     // This process (the restarted daemon) sees it, as does quillon-platform.
-    EXPECT_EQ(RunningApps(), Texts{Line(app, kUxAppId)});
+    EXPECT_EQ(RunningApps(),
+              Texts{std::to_string(app) + " " + kUxAppId + " " + kUxAppId + " " + sleeper_});
     EXPECT_EQ(aul_app_is_running(kUxAppId), 1);
     EXPECT_EQ(aul_app_is_running("org.example.other"), 0);
     char name[256] = {};
@@ -187,9 +182,11 @@ TEST_F(HostAppManager, AppsLaunchedByAnotherProcessAreFoundWatchedNamedAndTermin
     EXPECT_EQ(aul_app_get_pkgname_bypid(UnusedPid(), name, sizeof(name)), AUL_R_ESRCH);
     EXPECT_STREQ(name, "");
     EXPECT_EQ(aul_terminate_pid(UnusedPid()), AUL_R_ESRCH);
-    EXPECT_EQ(Tool({"apps"}), "registered\torg.example.other\t" + sleeper_ + "\nregistered\t" +
-                                  kUxAppId + "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) +
-                                  "\t" + kUxAppId + "\t" + sleeper_ + "\n");
+    EXPECT_EQ(Tool({"apps"}),
+              "registered\torg.example.other\t" + sleeper_ +
+                  "\nregistered\torg.example.shipped\t/usr/bin/shipped\nregistered\t" + kUxAppId +
+                  "\t" + sleeper_ + "\nrunning\t" + std::to_string(app) + "\t" + kUxAppId + "\t" +
+                  sleeper_ + "\n");
     // Its end is reported although this process did not start it.
     EXPECT_EQ(aul_terminate_pid(app), AUL_R_OK);
     ASSERT_TRUE(WaitForDeaths(2));
@@ -206,15 +203,10 @@ TEST_F(HostAppManager, StaleAndDamagedRecordsAreIgnoredAndRemoved) {
     };
     const int self = getpid();
     const std::string start = "start=" + std::to_string(StartTime(self)) + "\n";
-    // A process that has ended (reaped), and a pid now used by another process (this one,
-    // with another start time), and a record without a start time, which cannot be checked.
-    pid_t ended = fork();
-    ASSERT_GE(ended, 0);
-    if (ended == 0)
-        _exit(0);
-    ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
+    // A process that has ended, and a pid now used by another process (this one, with another
+    // start time), and a record without a start time, which cannot be checked.
     for (const auto& [pid, more] : std::vector<std::pair<int, std::string>>{
-             {ended, start},
+             {UnusedPid(), start},
              {self, "start=" + std::to_string(StartTime(self) + 1) + "\n"},
              {self, "launcher=1\n"}}) {
         write_record(pid, "org.example.stale", more);

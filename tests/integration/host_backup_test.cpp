@@ -87,11 +87,10 @@ TEST_F(HostBackup, StrictJsonBackupsAreStoredAnsweredOffTheCallerAndTheLastTwent
     EXPECT_FALSE(inbox_.on_caller_thread);
     std::vector<host::backup::Version> versions;
     std::vector<host::backup::Report> reports;
-    ASSERT_TRUE(host::backup::History(kClient, &versions, &reports));
-    ASSERT_EQ(20u, versions.size());
-    EXPECT_EQ(25, versions.front().number);
-    EXPECT_EQ(6, versions.back().number);
-    EXPECT_EQ(6, versions.front().size);
+    ASSERT_TRUE(host::backup::History(kClient, &versions, &reports) && versions.size() == 20u);
+    EXPECT_EQ("25 6 6", std::to_string(versions.front().number) + " " +
+                            std::to_string(versions.back().number) + " " +
+                            std::to_string(versions.front().size));
     EXPECT_EQ(" [20] ", host::backup::NewestVersion(kClient)->payload);
     EXPECT_EQ(" [20] ", Tool({"backup-show"}));
 }
@@ -142,7 +141,7 @@ TEST_F(HostBackup, RequestAndTriggerKeysReachConnectedClients) {
     ASSERT_EQ(BNR_ERROR_NONE,
               bnr_trigger_callback_register(kClient, Inbox::OnTrigger, &inbox_, &trigger));
     Tool({"backup-trigger", "2"});
-    ASSERT_TRUE(host_test::RunLoopUntil([&] {
+    ASSERT_TRUE(test_common::RunUntil([&] {
         std::lock_guard<std::mutex> hold(inbox_.lock);
         return !inbox_.triggers.empty();
     }));

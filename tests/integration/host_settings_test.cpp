@@ -28,6 +28,11 @@ bool stalled = false;
 std::atomic<int> failure{0};
 std::atomic<int> calls{0};
 std::atomic<int> directories{0};
+void Stall(bool on) {
+    std::lock_guard<std::mutex> hold(lock);
+    stalled = on;
+    released.notify_all();
+}
 }  // namespace disk
 
 extern "C" int fsync(int fd) {
@@ -46,8 +51,8 @@ extern "C" int fsync(int fd) {
 }
 
 namespace fs = std::filesystem;
-using host_test::RunLoopUntil;
 using host_test::Tool;
+using test_common::RunUntil;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -66,10 +71,20 @@ void RecordToo(keynode_t* node, void* seen) {
     Record(node, seen);
 }
 
-// "ok N" or "error" for an int read.
-std::string Int(const char* key) {
-    int number = 0;
-    return vconf_get_int(key, &number) == VCONF_OK ? "ok " + std::to_string(number) : "error";
+// A read of each type as "int bool text": the value, or "-" where the read fails and leaves its
+// output alone.
+std::string Typed(const std::string& key) {
+    int number = 99, flag = 99;
+    auto shown = [](int result, int value) {
+        return result == VCONF_OK ? std::to_string(value) : value == 99 ? "-" : "touched";
+    };
+    const int as_int = vconf_get_int(key.c_str(), &number);
+    const int as_bool = vconf_get_bool(key.c_str(), &flag);
+    char* text = vconf_get_str(key.c_str());
+    std::string out =
+        shown(as_int, number) + " " + shown(as_bool, flag) + " " + (text ? text : "-");
+    free(text);
+    return out;
 }
 
 class HostSettings : public ::testing::Test {
@@ -98,7 +113,7 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
     Tool({"set-int", "memory/quillon/reqopt", "7"});
     Tool({"set-str", "memory/wizard/wizard_mode", "NETWORK_SETUP"});
     Tool({"set-bool", "memory/test/flag", "1"});
-    ASSERT_TRUE(RunLoopUntil([&] { return !flag.empty(); }, 5000));
+    ASSERT_TRUE(RunUntil([&] { return !flag.empty(); }, 5000));
     EXPECT_EQ(reqopt, Texts{"memory/quillon/reqopt 41 7 -1 -"});
     EXPECT_EQ(reqopt_too, reqopt);
     EXPECT_EQ(wizard, Texts{"memory/wizard/wizard_mode 40 -1 -1 NETWORK_SETUP"});
@@ -109,7 +124,7 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
     EXPECT_EQ(vconf_ignore_key_changed("memory/quillon/reqopt", Record), VCONF_ERROR);
     ASSERT_EQ(vconf_set_int("memory/quillon/reqopt", 3), VCONF_OK);
     ASSERT_EQ(vconf_set_str("memory/wizard/wizard_mode", "PNP_SETUP"), VCONF_OK);
-    ASSERT_TRUE(RunLoopUntil([&] { return wizard.size() == 2; }, 5000));
+    ASSERT_TRUE(RunUntil([&] { return wizard.size() == 2; }, 5000));
     EXPECT_EQ(reqopt.size(), 1u);
     EXPECT_EQ(reqopt_too.back(), "memory/quillon/reqopt 41 3 -1 -");
     EXPECT_EQ(wizard.back(), "memory/wizard/wizard_mode 40 -1 -1 PNP_SETUP");
@@ -118,27 +133,19 @@ TEST_F(HostSettings, CallbacksHearTheChangesOfTheirKeyByAnyProcessUntilIgnored) 
 TEST_F(HostSettings, ValuesKeepTheirTypeAndDamagedFilesReadAsErrors) {
     const char* reset = "db/registertv/factoryreset";
     const char* wizard = "memory/wizard/wizard_mode";
-    int number = 99;
-    EXPECT_EQ(vconf_get_int(reset, &number), VCONF_ERROR);
-    EXPECT_EQ(number, 99);
+    EXPECT_EQ(Typed(reset), "- - -");
     EXPECT_EQ(vconf_unset(reset), VCONF_ERROR);
     ASSERT_EQ(vconf_set_int(reset, -12), VCONF_OK);
-    EXPECT_EQ(Int(reset), "ok -12");
-    EXPECT_EQ(vconf_get_bool(reset, &number), VCONF_ERROR);
+    EXPECT_EQ(Typed(reset), "-12 - -");
     for (const char* text : {"line one\nline two", ""}) {
         ASSERT_EQ(vconf_set_str(wizard, text), VCONF_OK);
-        EXPECT_EQ(Int(wizard), "error");
-        char* stored = vconf_get_str(wizard);
-        EXPECT_STREQ(stored, text);
-        free(stored);
+        EXPECT_EQ(Typed(wizard), std::string("- - ") + text);
     }
     ASSERT_EQ(vconf_set_bool("memory/test/flag", 5), VCONF_OK);
-    EXPECT_EQ(vconf_get_bool("memory/test/flag", &number), VCONF_OK);
-    EXPECT_EQ(number, 1);
+    EXPECT_EQ(Typed("memory/test/flag"), "- 1 -");
     // A new value may change the type.
     ASSERT_EQ(vconf_set_int(wizard, 4), VCONF_OK);
-    EXPECT_EQ(vconf_get_str(wizard), nullptr);
-    EXPECT_EQ(Int(wizard), "ok 4");
+    EXPECT_EQ(Typed(wizard), "4 - -");
     const std::string file = settings_ + "/memory%2Fquillon%2Freqopt";
     ASSERT_EQ(vconf_set_int("memory/quillon/reqopt", 1), VCONF_OK);
     ASSERT_TRUE(host::settings::Sync());
@@ -147,28 +154,23 @@ TEST_F(HostSettings, ValuesKeepTheirTypeAndDamagedFilesReadAsErrors) {
          {"int\n12abc\n", "int\n", "int 5\n", "float\n1.5\n", "int\n99999999999\n", "bool\n2\n",
           "bool\n\f\r0", "int\n\v7\n", "int\n+\n"}) {
         host_test::WriteFile(file, damaged);
-        EXPECT_EQ(Int("memory/quillon/reqopt"), "error") << damaged;
-        EXPECT_EQ(vconf_get_bool("memory/quillon/reqopt", &number), VCONF_ERROR) << damaged;
+        EXPECT_EQ(Typed("memory/quillon/reqopt"), "- - -") << damaged;
     }
     // An operator's own edit without the final line feed still reads.
     host_test::WriteFile(file, "int\n-5");
-    EXPECT_EQ(Int("memory/quillon/reqopt"), "ok -5");
+    EXPECT_EQ(Typed("memory/quillon/reqopt"), "-5 - -");
 }
 
 TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
     Texts seen;
     for (const std::string& key :
-         {std::string(), std::string(".."), std::string("a/../b"), std::string("memory/.."),
-          std::string("/etc/passwd"), std::string("trailing/"), std::string("a//b"),
-          std::string("with space"), std::string("tab\tkey"), std::string("back\\slash"),
-          std::string("line\nfeed"), std::string("caf\xc3\xa9"), std::string(256, 'k')}) {
+         Texts{"", "..", "a/../b", "memory/..", "/etc/passwd", "trailing/", "a//b", "with space",
+               "tab\tkey", "back\\slash", "line\nfeed", "caf\xc3\xa9", std::string(256, 'k')}) {
         EXPECT_EQ(vconf_set_int(key.c_str(), 1), VCONF_ERROR) << key;
-        EXPECT_EQ(Int(key.c_str()), "error") << key;
+        EXPECT_EQ(Typed(key), "- - -") << key;
         EXPECT_EQ(vconf_notify_key_changed(key.c_str(), Record, &seen), VCONF_ERROR) << key;
     }
-    EXPECT_TRUE(host_test::Entries(settings_).empty());
-    for (const std::string& name : host_test::Entries(root_.path()))
-        EXPECT_EQ(name, "settings") << "nothing escaped";
+    EXPECT_TRUE(host_test::Entries(root_.path()).empty()) << "nothing written, nothing escaped";
     // Keys that a careless encoding would merge or turn into paths or hidden files.
     const Texts keys = {"a/b",     "a%2Fb",   "a_2Fb",
                         ".hidden", "x.y/z-w", "com.corvane/featureconf/tessel_support"};
@@ -176,11 +178,11 @@ TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
         ASSERT_EQ(vconf_set_int(keys[i].c_str(), static_cast<int>(i) + 10), VCONF_OK) << keys[i];
     ASSERT_TRUE(host::settings::Sync());
     for (size_t i = 0; i < keys.size(); ++i)
-        EXPECT_EQ(Int(keys[i].c_str()), "ok " + std::to_string(i + 10)) << keys[i];
-    Texts names = host_test::Entries(settings_);
-    EXPECT_EQ(names.size(), keys.size());  // one file each, no temporary files left behind
-    for (const std::string& name : names)
-        EXPECT_NE(name[0], '.') << name;
+        EXPECT_EQ(Typed(keys[i]), std::to_string(i + 10) + " - -") << keys[i];
+    // One file each, none hidden, no temporary files left behind.
+    EXPECT_EQ(host_test::Entries(settings_),
+              (Texts{"%2Ehidden", "a%252Fb", "a%2Fb", "a_2Fb",
+                     "com.corvane%2Ffeatureconf%2Ftessel_support", "x.y%2Fz-w"}));
 }
 
 // A writer never waits for the disk: its value is seen here at once and lands on disk, last
@@ -188,23 +190,16 @@ TEST_F(HostSettings, UnsafeKeysAreRefusedAndOthersMapToDistinctFlatFiles) {
 TEST_F(HostSettings, WritesNeverWaitForTheDiskAndLandInOrder) {
     const char* key = "db/bleapp/db_updated";
     const std::string file = settings_ + "/db%2Fbleapp%2Fdb_updated";
-    {
-        std::lock_guard<std::mutex> hold(disk::lock);
-        disk::stalled = true;
-    }
+    disk::Stall(true);
     // The first write's batch waits at the disk while the newer ones queue behind it.
     ASSERT_EQ(vconf_set_int(key, 1), VCONF_OK);
     for (int wait = 0; wait < 5000 && disk::calls == 0; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     for (int i = 2; i <= 50; ++i)
         ASSERT_EQ(vconf_set_int(key, i), VCONF_OK);
-    EXPECT_EQ(Int(key), "ok 50");
+    EXPECT_EQ(Typed(key), "50 - -");
     EXPECT_FALSE(host::settings::Sync(50));
-    {
-        std::lock_guard<std::mutex> hold(disk::lock);
-        disk::stalled = false;
-    }
-    disk::released.notify_all();
+    disk::Stall(false);
     ASSERT_TRUE(host::settings::Sync());
     EXPECT_EQ("int\n50\n", host_test::ReadFile(file));
     EXPECT_EQ("50\n", Tool({"get", key}));
@@ -213,7 +208,7 @@ TEST_F(HostSettings, WritesNeverWaitForTheDiskAndLandInOrder) {
     // A removal queued behind a write wins, here at once and on disk.
     ASSERT_EQ(vconf_set_int(key, 51), VCONF_OK);
     ASSERT_EQ(vconf_unset(key), VCONF_OK);
-    EXPECT_EQ(Int(key), "error");
+    EXPECT_EQ(Typed(key), "- - -");
     EXPECT_EQ(vconf_unset(key), VCONF_ERROR);
     ASSERT_TRUE(host::settings::Sync());
     EXPECT_FALSE(fs::exists(file));

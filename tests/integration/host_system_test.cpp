@@ -16,8 +16,8 @@
 #include "system_info.h"
 #include "vconf.h"
 
-using host_test::RunLoopUntil;
 using host_test::Tool;
+using test_common::RunUntil;
 
 namespace {
 
@@ -96,7 +96,7 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
         else
             Tool(*type ? std::vector<std::string>{"standby", type}
                        : std::vector<std::string>{"standby"});
-        ASSERT_TRUE(RunLoopUntil([&] { return events.size() == count; }));
+        ASSERT_TRUE(RunUntil([&] { return events.size() == count; }));
     }
     EXPECT_EQ(events, (Events{2, 5, 5, 9}));
     EXPECT_TRUE(replaced.empty());
@@ -108,15 +108,13 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
     ASSERT_FALSE(bus.address().empty());
     ASSERT_EQ(device_power_subscribe_standby(RecordStandby, &events), DEVICE_ERROR_NONE);
     GError* error = nullptr;
-    GDBusConnection* system = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    g_autoptr(GDBusConnection) system = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     ASSERT_NE(system, nullptr) << (error ? error->message : "");
     auto call = [&](GDBusConnection* connection, const char* method, GVariant* args) {
-        GVariant* reply = g_dbus_connection_call_sync(
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
             method, args, nullptr, G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
         EXPECT_NE(reply, nullptr) << (error ? error->message : "");
-        if (reply != nullptr)
-            g_variant_unref(reply);
     };
     // Our subscription's match rule is in force after a round trip on its connection.
     call(system, "GetId", nullptr);
@@ -128,8 +126,8 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
             nullptr, nullptr, &error);
     };
     // A stand-in for logind on its own connection, and one that is not logind.
-    GDBusConnection* logind = connect();
-    GDBusConnection* impostor = connect();
+    g_autoptr(GDBusConnection) logind = connect();
+    g_autoptr(GDBusConnection) impostor = connect();
     ASSERT_TRUE(logind != nullptr && impostor != nullptr);
     call(logind, "RequestName", g_variant_new("(su)", "org.freedesktop.login1", 4u));
     // The bus handles each connection's messages in order: once it answered the sender and
@@ -147,16 +145,13 @@ TEST_F(HostPower, StandbyComesFromItsKeyAndFromLogindGoingToSleep) {
     emit(logind, FALSE);  // waking up is no standby
     EXPECT_TRUE(events.empty());
     emit(logind, TRUE);
-    ASSERT_TRUE(RunLoopUntil([&] { return !events.empty(); }));
+    ASSERT_TRUE(RunUntil([&] { return !events.empty(); }));
     EXPECT_EQ(events, Events{DEVICE_POWER_STATE_STANDBY});
     emit(impostor, TRUE);
     // After unsubscribing, logind's next sleep reaches nobody.
     EXPECT_EQ(device_power_unsubscribe_standby(RecordStandby), DEVICE_ERROR_NONE);
     emit(logind, TRUE);
     EXPECT_EQ(events.size(), 1u);
-    g_object_unref(impostor);
-    g_object_unref(logind);
-    g_object_unref(system);
 }
 
 // The ping reaching systemd is checked with the real daemon; here, no socket and a gone one.

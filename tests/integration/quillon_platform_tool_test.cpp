@@ -2,14 +2,11 @@
 // and output.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "host_test_support.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -22,14 +19,9 @@ std::string Ran(const Words& words) {
     return std::to_string(r.status) + " " + r.out;
 }
 
-class PlatformTool : public ::testing::Test {
-protected:
-    host_test::TempRoot temp_;
-    std::string root_ = temp_.path();
-    std::string settings_ = root_ + "/settings/";
-};
-
-TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeRead) {
+TEST(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeRead) {
+    host_test::TempRoot temp;
+    const std::string settings = temp.path() + "/settings/";
     EXPECT_EQ(Ran({"get", "memory/quillon/reqopt"}), "1 ");
     EXPECT_EQ(Ran({"unset", "memory/quillon/reqopt"}), "1 ");
     ASSERT_EQ(Ran({"init"}).substr(0, 2), "0 ");
@@ -42,13 +34,13 @@ TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeR
     Tool({"set-int", "db/menu/network/devicemanager/accessnoti", "2"});
     Tool({"unset", "memory/quillon/reqopt"});
     // Keys the daemon cannot read as their type would stop it at every start.
-    host_test::WriteFile(settings_ + "db%2Fregistertv%2Ffactoryreset", "int\n1x\n");
+    host_test::WriteFile(settings + "db%2Fregistertv%2Ffactoryreset", "int\n1x\n");
     Tool({"set-int", "memory/wizard/wizard_mode", "3"});
     // Plain init reports them and leaves them alone; only the missing key comes.
     std::string plain = Ran({"init"});
     EXPECT_NE(plain.find("broken db/registertv/factoryreset"), std::string::npos) << plain;
     EXPECT_EQ(plain.substr(0, 2), "1 ");
-    EXPECT_EQ(host_test::ReadFile(settings_ + "db%2Fregistertv%2Ffactoryreset"), "int\n1x\n");
+    EXPECT_EQ(host_test::ReadFile(settings + "db%2Fregistertv%2Ffactoryreset"), "int\n1x\n");
     EXPECT_EQ(Tool({"get", "memory/quillon/reqopt"}), "0\n");
     // --repair keeps them aside and seeds them; readable keys stay as they are.
     EXPECT_EQ(Ran({"init", "--repair"}).substr(0, 2), "0 ");
@@ -57,25 +49,13 @@ TEST_F(PlatformTool, InitSeedsDefaultsNeverOverwritesAndRepairsOnlyWhatCannotBeR
     EXPECT_EQ(Tool({"get", "db/menu/network/devicemanager/accessnoti"}), "2\n");
     // Each kept-aside file: its key's name, a timestamp, the old bytes.
     std::string kept;
-    for (const std::string& name : host_test::Entries(settings_)) {
+    for (const std::string& name : host_test::Entries(settings)) {
         if (const size_t stamp = name.find(".unparsable-"); stamp != std::string::npos)
-            kept += name.substr(0, stamp) + " " + host_test::ReadFile(settings_ + name);
+            kept += name.substr(0, stamp) + " " + host_test::ReadFile(settings + name);
     }
     EXPECT_EQ(kept,
               "db%2Fregistertv%2Ffactoryreset int\n1x\nmemory%2Fwizard%2Fwizard_mode int\n3\n");
     EXPECT_EQ(Ran({"init"}).substr(0, 2), "0 ");
-}
-
-// The package ships the prompt's registration; one made under the state root wins over it.
-TEST_F(PlatformTool, ShippedRegistrationsAreFoundAndTheStateRootsWin) {
-    const std::string vendor = root_ + "/vendor-apps";
-    fs::create_directories(vendor);
-    host_test::WriteFile(vendor + "/org.nuvak.quillon-ux", "/usr/bin/quillon-ux\n");
-    setenv("QUILLON_VENDOR_APPS_DIR", vendor.c_str(), 1);
-    EXPECT_EQ(Tool({"apps"}), "registered\torg.nuvak.quillon-ux\t/usr/bin/quillon-ux\n");
-    Tool({"register-app", "org.nuvak.quillon-ux", "/opt/ux"});
-    EXPECT_EQ(Tool({"apps"}), "registered\torg.nuvak.quillon-ux\t/opt/ux\n");
-    setenv("QUILLON_VENDOR_APPS_DIR", "", 1);
 }
 
 }  // namespace

@@ -55,11 +55,6 @@ std::string Tool(const std::vector<std::string>& args);
 // body() in a forked child; its exit status, -1 when it did not exit normally.
 int InChild(const std::function<int()>& body);
 
-// Dispatches the default main context until done() holds; false after timeout_ms.
-inline bool RunLoopUntil(const std::function<bool()>& done, unsigned timeout_ms = 10000) {
-    return test_common::RunUntil(done, timeout_ms);
-}
-
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
 // The names in a directory, sorted; empty when it does not exist.
