@@ -44,9 +44,8 @@ public:
     void Flush();
 
     std::vector<Event> events;
-    std::vector<Event> Signals() const;
-    // Index of the first event of that kind and name, or -1.
-    long IndexOf(const std::string& kind, const std::string& name) const;
+    // After a flush, each event but the flushes' own answers as a line "kind name body".
+    std::string Heard();
 
 private:
     PXMDBusServer* server_ = nullptr;
