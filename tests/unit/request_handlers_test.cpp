@@ -59,10 +59,8 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         EXPECT_EQ(timer, server->m_nUxTimerId);
         EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
         EXPECT_TRUE(core->mDeviceList.empty() && core->mReverseDeviceList.empty());
-        EXPECT_EQ("Tablet AA:BB:CC:DD:EE:01 zel-5 2",
-                  std::string(server->m_UxPendingDevice.devname) + " " +
-                      server->m_UxPendingDevice.bt_mac + " " + server->m_UxPendingDevice.zel_id +
-                      " " + std::to_string(server->m_UxPendingDevice.devstatus));
+        EXPECT_EQ("Tablet|AA:BB:CC:DD:EE:01|||zel-5||1|2|2|0|0|0|0|0|0|0",
+                  unit::Text(server->m_UxPendingDevice));
 
         ask.status = row.status;
         ask.tv_init = 1;
