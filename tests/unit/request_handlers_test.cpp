@@ -119,7 +119,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
         bool cleared;
     } rows[] = {
         {unit::Device("Waiting", "", "00:00:00:00:00:00", "", 2), true,
-         "('', '00:00:00:00:00:00', '', 2)", true},
+         "signal " PXM_SIGNAL_STATUS_CHANGED " ('', '00:00:00:00:00:00', '', 2)\n", true},
         {unit::Device("Denied", "AA:BB:CC:DD:EE:01", "", "", 1), true, "", true},
         {unit::Device("Nameless", "", "AA:BB:CC:DD:EE", "", 2), false, "", false},
     };
@@ -142,7 +142,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
 
         EXPECT_EQ(row.result, PXMDBusServer::m_ExpiredUxTimer(server));
 
-        EXPECT_EQ(row.signal, unit::Join(SignalBodies()));
+        EXPECT_EQ(row.signal, client.Heard());
         EXPECT_EQ(0u, server->m_nUxTimerId);
         EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
         EXPECT_EQ(row.cleared, memcmp(&zero, &server->m_UxPendingDevice, sizeof(zero)) == 0);

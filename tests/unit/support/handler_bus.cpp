@@ -128,11 +128,11 @@ void Client::Flush() {
     EXPECT_EQ("()", Call("org.freedesktop.DBus.Peer", "Ping"));
 }
 
-std::string Client::Heard() {
+std::string Client::Heard(const std::string& kind) {
     Flush();
     std::string out;
     for (const Event& e : events) {
-        if (e.name != "Ping") {
+        if (e.name != "Ping" && (kind.empty() || e.kind == kind)) {
             out += e.kind + " " + e.name + " " + e.body + "\n";
         }
     }
@@ -155,17 +155,6 @@ void HandlerTest::TearDown() {
     if (core != nullptr) {
         core->DB_WaitForSaves();
     }
-}
-
-std::vector<std::string> HandlerTest::SignalBodies() {
-    client.Flush();
-    std::vector<std::string> bodies;
-    for (const Event& e : client.events) {
-        if (e.kind == "signal" && e.name == PXM_SIGNAL_STATUS_CHANGED) {
-            bodies.push_back(e.body);
-        }
-    }
-    return bodies;
 }
 
 }  // namespace handler_bus
