@@ -67,7 +67,7 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         client.Send(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", ask.Variant());
         // Answered, so the answer before it has been handled.
         EXPECT_EQ("(-1,)", client.Call(kGet, "pxm_get_status", MacInd("AA:BB:CC:DD:EE:99", 1)));
-        // Nothing is announced before the answer, which is announced before its reply.
+        // Nothing is announced before the prompt answers; its verdict is, before the reply to it.
         EXPECT_EQ(
             "reply pxm_request_access (2,)\nreply pxm_request_access (-1,)\n"
             "reply pxm_request_access_reverse (-1,)\n" +
