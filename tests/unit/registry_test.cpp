@@ -76,13 +76,11 @@ TEST_F(RegistryAdd, RequestMatchingTwoRecordsMergesIntoTheFirstAndFoldsTheSecond
     core->DB_WaitForSaves();  // saves rewrite empty fields in place
 
     EXPECT_EQ("Phone A Other", unit::Names(core->mDeviceList));
-    const pxm_core_device_s& merged = core->mDeviceList[0];
     // B's valid addresses and identifiers overwrite A's.
-    EXPECT_EQ("AA:00:00:00:00:02 11:00:00:00:00:02 22:00:00:00:00:02 zelB",
-              std::string(merged.bt_mac) + " " + merged.wifi_mac + " " + merged.p2p_mac + " " +
-                  merged.zel_id);
-    EXPECT_EQ(5, merged.devtype);
-    EXPECT_EQ(2, merged.updated);
+    EXPECT_EQ(
+        "Phone A|AA:00:00:00:00:02|11:00:00:00:00:02|22:00:00:00:00:02|zelB|0|5|0|0|0|0|0|"
+        "1700000000000|2|0|0",
+        unit::Text(core->mDeviceList[0]));
     EXPECT_STREQ("AA:00:00:00:00:02", req.bt_mac);
     EXPECT_FALSE(core->m_bNoDataChanged);
     EXPECT_TRUE(fake::HasLog("[1:Matched][1:Unmatched][0:Unmatched] = << CB >>", DLOG_INFO));

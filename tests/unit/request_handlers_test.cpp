@@ -58,25 +58,25 @@ TEST_F(Handlers, EachAnswerOfThePromptIsStoredAnnouncedAndTimedAsItsVerdictSays)
         EXPECT_EQ("(-1,)", client.Call(kSet, "pxm_request_access_reverse", other.Variant()));
         EXPECT_EQ(timer, server->m_nUxTimerId);
         EXPECT_EQ(1u, fake::CallCount("aul_launch_app"));
-        EXPECT_TRUE(SignalBodies().empty());
         EXPECT_TRUE(core->mDeviceList.empty() && core->mReverseDeviceList.empty());
-        EXPECT_EQ("Tablet AA:BB:CC:DD:EE:01 zel-5 2",
-                  std::string(server->m_UxPendingDevice.devname) + " " +
-                      server->m_UxPendingDevice.bt_mac + " " + server->m_UxPendingDevice.zel_id +
-                      " " + std::to_string(server->m_UxPendingDevice.devstatus));
+        EXPECT_EQ("Tablet|AA:BB:CC:DD:EE:01|||zel-5||1|2|2|0|0|0|0|0|0|0",
+                  unit::Text(server->m_UxPendingDevice));
 
         ask.status = row.status;
         ask.tv_init = 1;
         client.Send(PXM_DBUS_UX_INTERFACE, "pxm_feedback_ux", ask.Variant());
         // Answered, so the answer before it has been handled.
         EXPECT_EQ("(-1,)", client.Call(kGet, "pxm_get_status", MacInd("AA:BB:CC:DD:EE:99", 1)));
-        client.Flush();
-        const long replied = client.IndexOf("reply", "pxm_feedback_ux");
-        EXPECT_EQ(*row.reply != '\0', replied >= 0);
-        EXPECT_EQ(-1, client.IndexOf("error", "pxm_feedback_ux"));
+        // Nothing is announced before the prompt answers; its verdict is, before the reply to it.
         EXPECT_EQ(
-            *row.reply ? "('AA:BB:CC:DD:EE:01', '0', '0', " + std::to_string(row.status) + ")" : "",
-            unit::Join(SignalBodies()));
+            "reply pxm_request_access (2,)\nreply pxm_request_access (-1,)\n"
+            "reply pxm_request_access_reverse (-1,)\n" +
+                (*row.reply ? "signal " PXM_SIGNAL_STATUS_CHANGED
+                              " ('AA:BB:CC:DD:EE:01', '0', '0', " +
+                                  std::to_string(row.status) + ")\nreply pxm_feedback_ux ()\n"
+                            : std::string()) +
+                "reply pxm_get_status (-1,)\n",
+            client.Heard());
         core->DB_WaitForSaves();
         if (row.stored >= 0) {
             ASSERT_EQ(1u, core->mDeviceList.size());
@@ -119,7 +119,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
         bool cleared;
     } rows[] = {
         {unit::Device("Waiting", "", "00:00:00:00:00:00", "", 2), true,
-         "('', '00:00:00:00:00:00', '', 2)", true},
+         "signal " PXM_SIGNAL_STATUS_CHANGED " ('', '00:00:00:00:00:00', '', 2)\n", true},
         {unit::Device("Denied", "AA:BB:CC:DD:EE:01", "", "", 1), true, "", true},
         {unit::Device("Nameless", "", "AA:BB:CC:DD:EE", "", 2), false, "", false},
     };
@@ -142,7 +142,7 @@ TEST_F(UxTimer, ExpiryReportsAnUndecidedDeviceAndClosesThePrompt) {
 
         EXPECT_EQ(row.result, PXMDBusServer::m_ExpiredUxTimer(server));
 
-        EXPECT_EQ(row.signal, unit::Join(SignalBodies()));
+        EXPECT_EQ(row.signal, client.Heard());
         EXPECT_EQ(0u, server->m_nUxTimerId);
         EXPECT_EQ(nullptr, g_main_context_find_source_by_id(nullptr, timer));
         EXPECT_EQ(row.cleared, memcmp(&zero, &server->m_UxPendingDevice, sizeof(zero)) == 0);

@@ -128,23 +128,15 @@ void Client::Flush() {
     EXPECT_EQ("()", Call("org.freedesktop.DBus.Peer", "Ping"));
 }
 
-std::vector<Event> Client::Signals() const {
-    std::vector<Event> out;
+std::string Client::Heard(const std::string& kind) {
+    Flush();
+    std::string out;
     for (const Event& e : events) {
-        if (e.kind == "signal") {
-            out.push_back(e);
+        if (e.name != "Ping" && (kind.empty() || e.kind == kind)) {
+            out += e.kind + " " + e.name + " " + e.body + "\n";
         }
     }
     return out;
-}
-
-long Client::IndexOf(const std::string& kind, const std::string& name) const {
-    for (size_t i = 0; i < events.size(); ++i) {
-        if (events[i].kind == kind && events[i].name == name) {
-            return static_cast<long>(i);
-        }
-    }
-    return -1;
 }
 
 GVariant* Request::Variant() const {
@@ -163,17 +155,6 @@ void HandlerTest::TearDown() {
     if (core != nullptr) {
         core->DB_WaitForSaves();
     }
-}
-
-std::vector<std::string> HandlerTest::SignalBodies() {
-    client.Flush();
-    std::vector<std::string> bodies;
-    for (const Event& e : client.Signals()) {
-        if (e.name == PXM_SIGNAL_STATUS_CHANGED) {
-            bodies.push_back(e.body);
-        }
-    }
-    return bodies;
 }
 
 }  // namespace handler_bus

@@ -44,9 +44,9 @@ public:
     void Flush();
 
     std::vector<Event> events;
-    std::vector<Event> Signals() const;
-    // Index of the first event of that kind and name, or -1.
-    long IndexOf(const std::string& kind, const std::string& name) const;
+    // After a flush, each event (of that kind, if given) but the flushes' own answers as a line
+    // "kind name body".
+    std::string Heard(const std::string& kind = "");
 
 private:
     PXMDBusServer* server_ = nullptr;
@@ -68,8 +68,6 @@ class HandlerTest : public ::testing::Test {
 protected:
     void TearDown() override;
     void Start();
-    // The bodies of the status signals heard so far, after a flush.
-    std::vector<std::string> SignalBodies();
 
     bool fresh_platform_ = (fake::Reset(), true);  // before the client: it waits for a log line
     Client client;
